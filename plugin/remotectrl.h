@@ -1,0 +1,156 @@
+// RemoteCtrl: the plug-in that gives remote programs a line-based TCP command interface to the
+// host's acquisition devices.
+//
+// Life cycle. The module holds one static RemoteCtrl. initialize() reads the port from
+// "remotectrl.ini" in the host's settings directory (section Settings, key Port, default 59876) and
+// starts the detached server thread; onClose() stops it. One initialize/onClose cycle per object: a
+// second initialize() after onClose() does nothing and returns 0.
+//
+// Protocol. One client at a time; one command per line, NAME(arg,arg,...). Replies are single
+// lines: "OK", "YES", "NO" or "ERROR: ...". START, STOP and unknown names are handled by
+// processCommand, the GUI_ commands by the gui* handlers; STOP, an accepted START (until its
+// acquisition ends), GUI_START, GUI_SETFILE and GUI_STOP send nothing on success.
+//
+// Threads and ownership (the one place that says who touches what):
+// - host thread: initialize, onStart, onClose (stopServer), the destructor. Writes mHost and mPort
+//   before the server thread exists; sets mStopServer.
+// - server thread: serverFunction, handleClient and every command handler. Owns the accepted
+//   connection; publishes it in mClient under mClientMutex. Writes the acquisition fields only
+//   while mAcqRunning is false, before it starts the acquisition thread.
+// - acquisition thread (at most one): copies the acquisition fields at its start, runs the
+//   acquisition, returns the plug-in to idle (mAcqDev, mAcqRunning) and then sends its reply.
+// mClientMutex guards mClient and every reply send, so a reply never goes to a deleted socket and
+// two reply lines never interleave. The flags, mAcqDev and the live acquisition-thread count are
+// atomics.
+//
+// Settled choices:
+// - Stopping wakes the server thread: the listening socket and the current client connection are
+//   shut down (closing alone does not end a pending accept on Linux), so onClose returns after one
+//   poll interval. A running acquisition is aborted too, and onClose waits (within its time-out)
+//   for the acquisition thread to finish, so no thread of ours runs on after the host unloads us.
+// - A line the tokenizer cannot take apart (a lone double quote) is answered "ERROR: INVALID
+// COMMAND
+//   SYNTAX"; the session goes on.
+// - If the acquisition thread cannot be started, the reply is "ERROR: ACQUISITION FAILED" and the
+//   plug-in stays idle.
+// - A failing accept() is retried after a short pause unless a stop was requested.
+// - The acquisition thread returns the plug-in to idle before it sends "OK", so a START sent the
+//   moment "OK" arrives is accepted.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/interfaces.h"
+
+class TCPSocket;
+class TCPServerSocket;
+
+namespace PluginRemoteCtrl {
+
+// Runs func(arg) on a new detached thread. Returns 0, or -1 when the thread could not be created
+// (the start record is then released and func never runs).
+int createThread(void (*func)(void*), void* arg);
+
+// Splits text at every character of delimiters, keeping empty pieces: n delimiters give n + 1
+// pieces. The search resumes delimiters.size() characters after the delimiter found.
+std::vector<std::string> splitString(const std::string& text, const std::string& delimiters);
+
+// A command line taken apart: what processCommandString hands to processCommand.
+struct ParsedCommand {
+    enum class Kind { Command, Ignored, SyntaxError };
+    Kind kind = Kind::Ignored;
+    std::string name;
+    std::vector<std::string> args;
+};
+
+// Splits a line at "(" into name and argument text (its last character dropped) and tokenizes the
+// arguments. A line without "(" is Ignored; a tokenizer failure is a SyntaxError.
+ParsedCommand parseCommandString(const std::string& line);
+
+class RemoteCtrl : public zn::IZnPlugin {
+public:
+    static const char* PLUGIN_NAME;
+    static const char* PLUGIN_DESC;
+
+    RemoteCtrl();
+    virtual ~RemoteCtrl();
+    RemoteCtrl(const RemoteCtrl&) = delete;
+    RemoteCtrl& operator=(const RemoteCtrl&) = delete;
+
+    // zn::IZnPlugin
+    std::int32_t initialize(zn::IZenthi* host) override;
+    void onStart() override;
+    void onClose() override;
+    const char* name() const override;
+    const char* description() const override;
+    void* privateInterface() override;
+
+    // Raises the stop request, wakes the server thread and aborts a running acquisition, waits at
+    // most timeout seconds (polling every 100 ms) for both threads to finish, then deletes the
+    // listening socket. A timeout of 0 or less does not wait at all.
+    void stopServer(double timeout);
+
+    // The port the server listens on (its low 16 bits) and reports in its log message.
+    int port() const { return mPort; }
+
+    // Cuts argument text into tokens: blanks around a token are dropped, a token that starts with
+    // a double quote may hold delimiters and ends at the next piece that ends with one. An
+    // unterminated quoted token is dropped. Returns nothing when a piece is a lone double quote.
+    static std::optional<std::vector<std::string>> tokenizeQuotedString(
+        const std::string& text, const std::string& delimiters);
+
+    // Carries out one command line; replies go to the current client.
+    void processCommandString(std::string line);
+    void processCommand(std::string name, std::vector<std::string> args);
+
+    void guiStart(std::vector<std::string> args);
+    void guiSetFile(std::vector<std::string> args);
+    void guiIsRunning(std::vector<std::string> args);
+    void guiStop(std::vector<std::string> args);
+
+private:
+    static void threadWrapper(void* self);
+    static void acqThreadWrapper(void* self);
+
+    void loadSettings();
+    int serverFunction();
+    int handleClient(TCPSocket* client);
+    bool publishClient(TCPSocket* client);
+    void unpublishClient();
+    void acqFunction();
+    void startAcquisition(const std::vector<std::string>& args);
+    void abortRunningAcquisition();
+    bool threadsFinished() const;
+
+    // Sends one reply line on the current client, if there is one.
+    void sendReply(const std::string& line);
+
+    zn::IDev* getDev(int index);
+    zn::IDevControl* getDevCtrl();
+    bool resolveGuiTarget(const std::vector<std::string>& args, size_t expectedCount,
+                          zn::IDev*& device, zn::IDevControl*& control);
+
+    zn::IZenthi* mHost = nullptr;
+    TCPServerSocket* mServer;
+    TCPSocket* mClient = nullptr;  // guarded by mClientMutex
+    std::atomic<zn::IDev*> mAcqDev{nullptr};
+    int mPort = 59876;
+    std::atomic<bool> mServerFinished{false};
+    std::atomic<bool> mStopServer{false};
+    // Written by the server thread while idle, read by the acquisition thread at its start.
+    std::string mAcqFileName;
+    int mAcqCount = 0;
+    double mAcqTime = 0.0;
+    std::atomic<bool> mAcqRunning{false};
+
+    std::mutex mClientMutex;
+    std::atomic<int> mAcqThreads{0};  // acquisition threads that have not yet finished
+    bool mInitialized = false;        // host thread only
+};
+
+}  // namespace PluginRemoteCtrl
