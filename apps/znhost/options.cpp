@@ -1,0 +1,89 @@
+#include "apps/znhost/options.h"
+
+#include <cstring>
+
+namespace znhost {
+
+namespace {
+
+// Splits "--name=value" into name and value; other arguments come back whole with no value.
+void splitArgument(const std::string& argument, std::string& name, std::string& value,
+                   bool& hasValue) {
+    size_t equals = argument.find('=');
+    hasValue = argument.compare(0, 2, "--") == 0 && equals != std::string::npos;
+    name = hasValue ? argument.substr(0, equals) : argument;
+    value = hasValue ? argument.substr(equals + 1) : "";
+}
+
+std::string* valueTarget(const std::string& name, Options& options) {
+    if (name == "--config") return &options.configFile;
+    if (name == "--settings-dir") return &options.settingsDir;
+    if (name == "--data-dir") return &options.dataDir;
+    return nullptr;
+}
+
+}  // namespace
+
+bool parseOptions(int argc, const char* const* argv, Options& options, std::string& error) {
+    for (int i = 1; i < argc; ++i) {
+        std::string name, value;
+        bool hasValue = false;
+        splitArgument(argv[i], name, value, hasValue);
+        bool takesValue = name == "--plugin" || valueTarget(name, options) != nullptr;
+        bool isFlag = name == "--trace" || name == "--help";
+        if (!takesValue && !isFlag) {
+            error = std::strncmp(argv[i], "-", 1) == 0 ? "unknown option " + name
+                                                       : "unexpected argument " + name;
+            return false;
+        }
+        if (isFlag) {
+            if (hasValue) {
+                error = "option " + name + " takes no value";
+                return false;
+            }
+            (name == "--trace" ? options.trace : options.help) = true;
+            continue;
+        }
+        if (!hasValue) {
+            if (i + 1 >= argc) {
+                error = "option " + name + " needs a value";
+                return false;
+            }
+            value = argv[++i];
+        }
+        if (value.empty()) {
+            error = "option " + name + " needs a non-empty value";
+            return false;
+        }
+        if (name == "--plugin")
+            options.plugins.push_back(value);
+        else
+            *valueTarget(name, options) = value;
+    }
+    return true;
+}
+
+const char* usageText() {
+    return "Usage: znhost [--config FILE] [--settings-dir DIR] [--data-dir DIR] [--trace]\n"
+           "              [--plugin PATH]... [--help]\n"
+           "\n"
+           "A stand-in device-control host: loads plug-in modules, simulates devices and runs\n"
+           "until SIGINT or SIGTERM.\n"
+           "\n"
+           "  --config FILE       INI file describing the simulated devices and devcontrol\n"
+           "                      (default: devices sim0 and sim1, devcontrol loaded)\n"
+           "  --settings-dir DIR  folder the plug-ins read their settings files from (default: .)\n"
+           "  --data-dir DIR      folder where simulated acquisitions write (default: .)\n"
+           "  --trace             write every call a plug-in makes on the host to stderr\n"
+           "  --plugin PATH       plug-in module to load; may be repeated\n"
+           "                      (default: ../lib/remotectrl.so beside this program)\n"
+           "  --help              show this text\n"
+           "\n"
+           "Prints \"loaded NAME: DESCRIPTION\" for each plug-in and \"ready\" once started, and\n"
+           "\"closed\" after a stop signal has closed every plug-in. Host log lines and trace "
+           "lines\n"
+           "go to stderr. Exit status: 0 after a stop signal, 2 on a usage, config or load "
+           "error.\n";
+}
+
+}  // namespace znhost

@@ -1,0 +1,26 @@
+// Loading plug-in modules the way the host does: dlopen, then the one exported entry function.
+//
+// A path without a slash is taken relative to the working folder rather than searched for along
+// the library path. Modules are never unloaded: plug-in threads may outlive onClose().
+#pragma once
+
+#include <string>
+
+#include "host/interfaces.h"
+
+namespace znhost {
+
+struct LoadedPlugin {
+    std::string path;
+    void* module = nullptr;
+    zn::IZnPlugin* plugin = nullptr;
+};
+
+// True with `loaded` filled in; otherwise false with a one-line `error` naming the path.
+bool loadPlugin(const std::string& path, LoadedPlugin& loaded, std::string& error);
+
+// ../lib/remotectrl.so relative to the folder of the running executable; the relative text
+// "../lib/remotectrl.so" when that folder cannot be found.
+std::string defaultPluginPath();
+
+}  // namespace znhost

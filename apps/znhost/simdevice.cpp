@@ -1,0 +1,128 @@
+#include "apps/znhost/simdevice.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "apps/znhost/datapath.h"
+#include "apps/znhost/frames.h"
+#include "apps/znhost/lineout.h"
+
+namespace znhost {
+
+namespace {
+
+constexpr double kMaxWaitSeconds = 1e7;
+constexpr const char* kLogSource = "znhost";
+
+using Clock = std::chrono::steady_clock;
+
+Clock::duration toDuration(double seconds) {
+    return std::chrono::duration_cast<Clock::duration>(
+        std::chrono::duration<double>(std::min(seconds, kMaxWaitSeconds)));
+}
+
+bool validRequest(int count, double time) {
+    return count >= 0 && std::isfinite(time) && time >= 0;
+}
+
+}  // namespace
+
+SimDevice::SimDevice(DeviceConfig config, std::string dataDir, const Tracer& tracer)
+    : mConfig(std::move(config)), mDataDir(std::move(dataDir)), mTracer(tracer) {}
+
+int SimDevice::runAcquisition(int count, double time, int flag, const char* fileName) {
+    mTracer.call(mConfig.name, "runAcquisition",
+                 {traceNumber(count), traceNumber(time), traceNumber(flag), traceQuoted(fileName)});
+    std::string file = fileName == nullptr ? "" : fileName;
+    if (!validRequest(count, time)) return -1;
+    if (!file.empty() && !isSafeDataPath(file)) {
+        writeLogLine(kLogSource, mConfig.name + ": refused the file name \"" + file +
+                                     "\": it must stay inside the data folder");
+        return -1;
+    }
+    if (!beginAcquisition()) return -1;
+    Outcome outcome = waitForAcquisition(count, time);
+    int saved = 0;
+    if (!file.empty() && (!outcome.aborted || outcome.completedFrames > 0))
+        saved = saveFrames(file, outcome.completedFrames);
+    endAcquisition();
+    if (outcome.aborted) return mConfig.abortResult;
+    return saved == 0 ? mConfig.acqResult : -1;
+}
+
+int SimDevice::abortAcquisition() {
+    mTracer.call(mConfig.name, "abortAcquisition", {});
+    std::lock_guard<std::mutex> lock(mMutex);
+    if (!mRunning) return -1;
+    mAbortRequested = true;
+    mChanged.notify_all();
+    return 0;
+}
+
+int SimDevice::setThreshold(int selector, int kind, double value) {
+    mTracer.call(mConfig.name, "setThreshold",
+                 {traceNumber(selector), traceNumber(kind), traceNumber(value)});
+    if (mConfig.setThresholdResult != 0) return mConfig.setThresholdResult;
+    std::lock_guard<std::mutex> lock(mMutex);
+    mThreshold = value;
+    return 0;
+}
+
+int SimDevice::thresholdRange(int selector, int kind, double* minValue, double* maxValue) {
+    mTracer.call(mConfig.name, "thresholdRange", {traceNumber(selector), traceNumber(kind)});
+    if (!mConfig.reportRange) return 0;
+    if (minValue != nullptr) *minValue = mConfig.thresholdMin;
+    if (maxValue != nullptr) *maxValue = mConfig.thresholdMax;
+    return 0;
+}
+
+double SimDevice::threshold() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return mThreshold;
+}
+
+bool SimDevice::shutDown(std::chrono::milliseconds bound) {
+    std::unique_lock<std::mutex> lock(mMutex);
+    if (mRunning) {
+        mAbortRequested = true;
+        mChanged.notify_all();
+    }
+    return mChanged.wait_for(lock, bound, [this] { return !mRunning; });
+}
+
+bool SimDevice::beginAcquisition() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    if (mRunning) return false;
+    mRunning = true;
+    mAbortRequested = false;
+    return true;
+}
+
+SimDevice::Outcome SimDevice::waitForAcquisition(int count, double time) {
+    Clock::time_point start = Clock::now();
+    Clock::time_point deadline = start + toDuration(static_cast<double>(count) * time);
+    std::unique_lock<std::mutex> lock(mMutex);
+    bool aborted = mChanged.wait_until(lock, deadline, [this] { return mAbortRequested; });
+    if (!aborted) return {false, count};
+    double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+    double frames = time > 0 ? std::floor(elapsed / time) : static_cast<double>(count);
+    return {true, static_cast<int>(std::min(frames, static_cast<double>(count)))};
+}
+
+void SimDevice::endAcquisition() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mRunning = false;
+    mAbortRequested = false;
+    mChanged.notify_all();
+}
+
+int SimDevice::saveFrames(const std::string& file, int frames) {
+    std::string path = dataFilePath(mDataDir, file);
+    int result = writeFrames(path, mConfig.frameWidth, mConfig.frameHeight, frames);
+    if (result != 0)
+        writeLogLine(kLogSource, mConfig.name + ": could not write \"" + path + "\" (result " +
+                                     std::to_string(result) + ")");
+    return result;
+}
+
+}  // namespace znhost
