@@ -1,0 +1,455 @@
+// Socket layer. The system quirks it depends on each live in one helper near the top: the
+// result codes, select()'s time-out form and descriptor limit, and SIGPIPE on send.
+#include "net/sockets.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <new>
+
+namespace {
+
+// Result codes of the waiting operations. A failed wait has two codes because recvReady and
+// connect report it as -12 while send, recv and getLine report it as -13.
+constexpr int kTimedOut = -10;
+constexpr int kIoFailed = -11;
+constexpr int kConnectFailed = -12;
+constexpr int kReadyWaitFailed = -12;
+constexpr int kTransferWaitFailed = -13;
+
+constexpr int kMaxSendPiece = 65536;
+// getLine reads at most 510 bytes into a zeroed 512-byte area, so a chunk always ends in a zero.
+constexpr int kLineAreaSize = 512;
+constexpr int kLinePieceSize = 510;
+
+// The data hook's direction argument.
+constexpr int kSentDirection = 0;
+constexpr int kReceivedDirection = 1;
+
+enum class Readiness { kReadable, kWritable };
+enum class WaitResult { kReady, kTimedOut, kFailed };
+
+// select() takes its time-out as whole seconds plus microseconds, both truncated toward zero;
+// every wait converts the caller's full time-out afresh, never just the time that is left.
+// select() refuses a negative time-out with EINVAL; a NaN gets the same treatment, and a
+// time-out beyond int range is held at INT_MAX seconds instead of overflowing the conversion.
+bool toTimeval(double timeout, timeval& limit) {
+    if (!(timeout >= 0.0)) {
+        errno = EINVAL;
+        return false;
+    }
+    const int seconds = timeout >= INT_MAX ? INT_MAX : static_cast<int>(timeout);
+    limit.tv_sec = seconds;
+    limit.tv_usec = seconds == INT_MAX ? 0 : static_cast<int>((timeout - seconds) * 1000000.0);
+    return true;
+}
+
+// fd_set is a fixed bitmap of FD_SETSIZE (1024) bits and FD_SET does no range check, so a
+// descriptor outside it would be written past the bitmap: such a wait fails instead.
+bool fitsDescriptorSet(int fd) {
+    if (fd < 0) {
+        errno = EBADF;
+        return false;
+    }
+    if (fd >= FD_SETSIZE) {
+        errno = EINVAL;
+        return false;
+    }
+    return true;
+}
+
+// One select() on one descriptor. An interrupted wait (EINTR) is not retried: it is a failure.
+WaitResult waitFor(int fd, Readiness want, double timeout) {
+    timeval limit{};
+    if (!fitsDescriptorSet(fd) || !toTimeval(timeout, limit)) return WaitResult::kFailed;
+    fd_set readSet;
+    fd_set writeSet;
+    fd_set exceptSet;
+    FD_ZERO(&readSet);
+    FD_ZERO(&writeSet);
+    FD_ZERO(&exceptSet);
+    FD_SET(fd, want == Readiness::kReadable ? &readSet : &writeSet);
+    const int ready = ::select(fd + 1, &readSet, &writeSet, &exceptSet, &limit);
+    if (ready < 0) return WaitResult::kFailed;
+    return ready > 0 ? WaitResult::kReady : WaitResult::kTimedOut;
+}
+
+// Sending on a connection the peer has reset raises SIGPIPE, whose default action ends the
+// whole host process; MSG_NOSIGNAL turns that into a plain EPIPE failure.
+ssize_t sendWithoutSignal(int fd, const char* data, int length) {
+    return ::send(fd, data, static_cast<size_t>(length), MSG_NOSIGNAL);
+}
+
+bool hasExpired(double start, double timeout) {
+    return getPrecTime() - start > timeout;
+}
+
+// The loop shared by send and recv. `step` moves bytes at the given offset and returns the
+// system call's result. The expiry test comes before the completion test, so a block whose last
+// piece moved after the time-out has passed still counts as timed out.
+template <typename Step>
+int transferAll(int fd, Readiness want, int bufferLen, double timeout, Step step) {
+    const double start = getPrecTime();
+    int count = 0;
+    while (count < bufferLen) {
+        const WaitResult wait = waitFor(fd, want, timeout);
+        if (wait == WaitResult::kFailed) return kTransferWaitFailed;
+        if (wait == WaitResult::kReady) {
+            const ssize_t moved = step(count);
+            if (moved < 0) return kIoFailed;
+            if (moved == 0) return 0;
+            count += static_cast<int>(moved);
+        }
+        if (hasExpired(start, timeout)) return kTimedOut;
+    }
+    return count;
+}
+
+// Only a completed transfer reaches the hook: the whole block, or nothing asked for (length 0).
+// A peer that closed early also returns 0, but then a positive length was asked for.
+void reportTransfer(CommunicatingSocket::DataHook hook, const void* data, int bufferLen, int result,
+                    int direction) {
+    const int completeLength = std::max(bufferLen, 0);
+    if (hook != nullptr && result == completeLength) hook(data, completeLength, direction);
+}
+
+// Splits the first line off `buffer`; false when it holds no complete line.
+bool takeBufferedLine(std::string& buffer, std::string& line) {
+    const std::string::size_type end = buffer.find('\n');
+    if (end == std::string::npos) return false;
+    line.assign(buffer, 0, end);
+    buffer.erase(0, end + 1);
+    return true;
+}
+
+// Adds one received chunk to `line`; true when it completed the line. The chunk is read as C
+// text, so a zero byte cuts both the line part and the tail kept in `rest` for the next call.
+bool appendChunk(const char* area, size_t received, std::string& line, std::string& rest) {
+    const char* end = static_cast<const char*>(std::memchr(area, '\n', received));
+    if (end == nullptr) {
+        line.append(area);
+        return false;
+    }
+    const size_t lineLength = static_cast<size_t>(end - area);
+    line.append(area, strnlen(area, lineLength));
+    if (lineLength + 1 < received) rest.assign(end + 1);
+    return true;
+}
+
+const sockaddr* asSockaddr(const sockaddr_in& addr) {
+    return reinterpret_cast<const sockaddr*>(&addr);
+}
+
+sockaddr* asSockaddr(sockaddr_in& addr) {
+    return reinterpret_cast<sockaddr*>(&addr);
+}
+
+int bindTo(int fd, const sockaddr_in& addr) {
+    return ::bind(fd, asSockaddr(addr), sizeof addr) == 0 ? 0 : -1;
+}
+
+template <typename Value>
+int setOption(int fd, int level, int name, const Value& value) {
+    return ::setsockopt(fd, level, name, &value, sizeof value) == 0 ? 0 : -1;
+}
+
+// Reads SO_ERROR, the outcome of a non-blocking connect; -1 if it cannot be read.
+int pendingError(int fd) {
+    int error = 0;
+    socklen_t length = sizeof error;
+    if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) != 0) return -1;
+    return error;
+}
+
+std::string dottedText(const in_addr& address) {
+    char text[INET_ADDRSTRLEN];
+    return ::inet_ntop(AF_INET, &address, text, sizeof text) != nullptr ? text : "";
+}
+
+using AddressQuery = int (*)(int, sockaddr*, socklen_t*);
+
+// getsockname or getpeername into an IPv4 record; false when the system cannot tell.
+bool queryAddress(int fd, AddressQuery query, sockaddr_in& addr) {
+    socklen_t length = sizeof addr;
+    return query(fd, asSockaddr(addr), &length) == 0 && addr.sin_family == AF_INET;
+}
+
+std::string addressText(int fd, AddressQuery query) {
+    sockaddr_in addr{};
+    return queryAddress(fd, query, addr) ? dottedText(addr.sin_addr) : "";
+}
+
+unsigned short addressPort(int fd, AddressQuery query) {
+    sockaddr_in addr{};
+    return queryAddress(fd, query, addr) ? ntohs(addr.sin_port) : 0;
+}
+
+// The group goes through the numeric parser only: a name yields INADDR_NONE, which is not a
+// multicast address, so the system refuses it.
+int changeMembership(int fd, int option, const std::string& multicastGroup) {
+    ip_mreq membership{};
+    membership.imr_multiaddr.s_addr = ::inet_addr(multicastGroup.c_str());
+    membership.imr_interface.s_addr = htonl(INADDR_ANY);
+    return setOption(fd, IPPROTO_IP, option, membership);
+}
+
+}  // namespace
+
+double getPrecTime() {
+    timeval now{};
+    ::gettimeofday(&now, nullptr);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_usec) / 1000000.0;
+}
+
+namespace socket_detail {
+
+// gethostbyname keeps its result in storage shared by the process; the address is copied out at
+// once, but concurrent resolutions still race.
+bool fillAddr(const std::string& address, unsigned short port, sockaddr_in& addr) {
+    std::memset(&addr, 0, sizeof addr);
+    addr.sin_family = AF_INET;
+    const hostent* host = ::gethostbyname(address.c_str());
+    if (host == nullptr || host->h_addrtype != AF_INET || host->h_addr_list[0] == nullptr) {
+        return false;
+    }
+    addr.sin_port = htons(port);
+    std::memcpy(&addr.sin_addr.s_addr, host->h_addr_list[0], sizeof addr.sin_addr.s_addr);
+    return true;
+}
+
+}  // namespace socket_detail
+
+Socket::Socket(int type, int protocol) : mSockDesc(::socket(AF_INET, type, protocol)) {}
+
+Socket::Socket(int sockDesc) : mSockDesc(sockDesc) {}
+
+Socket::~Socket() {
+    if (mSockDesc >= 0) ::close(mSockDesc);
+    mSockDesc = -1;
+}
+
+std::string Socket::getLocalAddress() const {
+    return addressText(mSockDesc, ::getsockname);
+}
+
+unsigned short Socket::getLocalPort() const {
+    return addressPort(mSockDesc, ::getsockname);
+}
+
+int Socket::setLocalPort(unsigned short localPort) {
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(localPort);
+    addr.sin_addr.s_addr = htonl(INADDR_ANY);
+    return bindTo(mSockDesc, addr);
+}
+
+int Socket::setLocalAddressAndPort(const std::string& localAddress, unsigned short localPort) {
+    sockaddr_in addr;
+    socket_detail::fillAddr(localAddress, localPort, addr);
+    return bindTo(mSockDesc, addr);
+}
+
+int Socket::cleanUp() {
+    return 0;
+}
+
+int Socket::shutdownBoth() {
+    return ::shutdown(mSockDesc, SHUT_RDWR);
+}
+
+CommunicatingSocket::CommunicatingSocket(int type, int protocol)
+    : Socket(type, protocol), mDataHook(nullptr) {}
+
+CommunicatingSocket::CommunicatingSocket(int sockDesc) : Socket(sockDesc), mDataHook(nullptr) {}
+
+void CommunicatingSocket::setNonBlocking() {
+    const int flags = ::fcntl(mSockDesc, F_GETFL, 0);
+    if (flags >= 0) ::fcntl(mSockDesc, F_SETFL, flags | O_NONBLOCK);
+}
+
+int CommunicatingSocket::connect(const std::string& foreignAddress, unsigned short foreignPort,
+                                 double timeout) {
+    sockaddr_in addr;
+    socket_detail::fillAddr(foreignAddress, foreignPort, addr);
+    setNonBlocking();
+    if (::connect(mSockDesc, asSockaddr(addr), sizeof addr) == 0) return 0;
+    if (errno != EINPROGRESS) return kConnectFailed;
+
+    const WaitResult wait = waitFor(mSockDesc, Readiness::kWritable, timeout);
+    if (wait == WaitResult::kFailed) return kConnectFailed;
+    if (wait == WaitResult::kTimedOut) return kTimedOut;
+    const int error = pendingError(mSockDesc);
+    if (error == 0) return 0;
+    // The refusal is known only through SO_ERROR; hand it on as the error number.
+    if (error > 0) errno = error;
+    return kConnectFailed;
+}
+
+int CommunicatingSocket::send(const void* buffer, int bufferLen, double timeout) {
+    const int fd = mSockDesc;
+    const char* bytes = static_cast<const char*>(buffer);
+    const int result = transferAll(fd, Readiness::kWritable, bufferLen, timeout, [=](int done) {
+        return sendWithoutSignal(fd, bytes + done, std::min(bufferLen - done, kMaxSendPiece));
+    });
+    reportTransfer(mDataHook, buffer, bufferLen, result, kSentDirection);
+    return result;
+}
+
+int CommunicatingSocket::recv(void* buffer, int bufferLen, double timeout) {
+    const int fd = mSockDesc;
+    char* bytes = static_cast<char*>(buffer);
+    const int result = transferAll(fd, Readiness::kReadable, bufferLen, timeout, [=](int done) {
+        return ::recv(fd, bytes + done, static_cast<size_t>(bufferLen - done), 0);
+    });
+    reportTransfer(mDataHook, buffer, bufferLen, result, kReceivedDirection);
+    return result;
+}
+
+int CommunicatingSocket::sendLine(std::string line, double timeout) {
+    line += '\n';
+    return send(line.data(), static_cast<int>(line.size()), timeout);
+}
+
+int CommunicatingSocket::getLine(std::string& line, double timeout) {
+    const double start = getPrecTime();
+    if (takeBufferedLine(mLineBuffer, line)) return 0;
+    line = std::move(mLineBuffer);
+    mLineBuffer.clear();
+
+    for (;;) {
+        char area[kLineAreaSize] = {};
+        const WaitResult wait = waitFor(mSockDesc, Readiness::kReadable, timeout);
+        if (wait == WaitResult::kFailed) return kTransferWaitFailed;
+        if (wait == WaitResult::kReady) {
+            const ssize_t received = ::recv(mSockDesc, area, kLinePieceSize, 0);
+            if (received < 0) return kIoFailed;
+            if (received == 0) return 0;
+            if (appendChunk(area, static_cast<size_t>(received), line, mLineBuffer)) return 0;
+        }
+        // The partial line is handed out with the time-out and not kept for the next call.
+        if (hasExpired(start, timeout)) return kTimedOut;
+    }
+}
+
+int CommunicatingSocket::recvReady(double timeout) {
+    const WaitResult wait = waitFor(mSockDesc, Readiness::kReadable, timeout);
+    if (wait == WaitResult::kFailed) return kReadyWaitFailed;
+    return wait == WaitResult::kReady ? 0 : kTimedOut;
+}
+
+std::string CommunicatingSocket::getForeignAddress() const {
+    return addressText(mSockDesc, ::getpeername);
+}
+
+unsigned short CommunicatingSocket::getForeignPort() const {
+    return addressPort(mSockDesc, ::getpeername);
+}
+
+TCPSocket::TCPSocket() : CommunicatingSocket(SOCK_STREAM, IPPROTO_TCP) {}
+
+TCPSocket::TCPSocket(int sockDesc) : CommunicatingSocket(sockDesc) {}
+
+TCPServerSocket::TCPServerSocket() : Socket(SOCK_STREAM, IPPROTO_TCP) {}
+
+int TCPServerSocket::startServer(unsigned short localPort, int queueLen) {
+    const int bound = setLocalPort(localPort);
+    const int listening = setListen(queueLen);  // attempted even when the bind failed
+    return bound + listening;
+}
+
+TCPSocket* TCPServerSocket::accept() {
+    const int connection = ::accept(mSockDesc, nullptr, nullptr);
+    if (connection < 0) return nullptr;
+    TCPSocket* socket = new (std::nothrow) TCPSocket(connection);
+    if (socket == nullptr) ::close(connection);
+    return socket;
+}
+
+int TCPServerSocket::setListen(int queueLen) {
+    return ::listen(mSockDesc, queueLen);
+}
+
+UDPSocket::UDPSocket() : CommunicatingSocket(SOCK_DGRAM, IPPROTO_UDP) {
+    setBroadcast();
+    setNonBlocking();
+}
+
+UDPSocket::UDPSocket(unsigned short localPort) : CommunicatingSocket(SOCK_DGRAM, IPPROTO_UDP) {
+    setLocalPort(localPort);
+    setBroadcast();
+    setNonBlocking();
+}
+
+UDPSocket::UDPSocket(const std::string& localAddress, unsigned short localPort)
+    : CommunicatingSocket(SOCK_DGRAM, IPPROTO_UDP) {
+    setLocalAddressAndPort(localAddress, localPort);
+    setBroadcast();
+    setNonBlocking();
+}
+
+int UDPSocket::setBroadcast() {
+    return setOption(mSockDesc, SOL_SOCKET, SO_BROADCAST, 1);
+}
+
+int UDPSocket::disconnect() {
+    // An all-zero record has family AF_UNSPEC, which dissolves the association; some systems
+    // report that with EAFNOSUPPORT although it worked.
+    const sockaddr_in unspecified{};
+    if (::connect(mSockDesc, asSockaddr(unspecified), sizeof unspecified) == 0) return 0;
+    return errno == EAFNOSUPPORT ? 0 : -1;
+}
+
+int UDPSocket::sendTo(const void* buffer, int bufferLen, const std::string& foreignAddress,
+                      unsigned short foreignPort) {
+    if (bufferLen < 0) {
+        errno = EINVAL;
+        return -1;
+    }
+    sockaddr_in addr;
+    socket_detail::fillAddr(foreignAddress, foreignPort, addr);
+    const ssize_t sent = ::sendto(mSockDesc, buffer, static_cast<size_t>(bufferLen), 0,
+                                  asSockaddr(addr), sizeof addr);
+    return sent == bufferLen ? 0 : -1;
+}
+
+int UDPSocket::recvFrom(void* buffer, int bufferLen, std::string& sourceAddress,
+                        unsigned short& sourcePort, double timeout) {
+    if (bufferLen < 0) {
+        errno = EINVAL;
+        return -1;
+    }
+    const int ready = recvReady(timeout);
+    if (ready != 0) return ready;
+
+    sockaddr_in source{};
+    socklen_t length = sizeof source;
+    const ssize_t received = ::recvfrom(mSockDesc, buffer, static_cast<size_t>(bufferLen), 0,
+                                        asSockaddr(source), &length);
+    if (received < 0) return -1;
+    sourceAddress = dottedText(source.sin_addr);
+    sourcePort = ntohs(source.sin_port);
+    return static_cast<int>(received);
+}
+
+int UDPSocket::setMulticastTTL(unsigned char multicastTTL) {
+    return setOption(mSockDesc, IPPROTO_IP, IP_MULTICAST_TTL, multicastTTL);
+}
+
+int UDPSocket::joinGroup(const std::string& multicastGroup) {
+    return changeMembership(mSockDesc, IP_ADD_MEMBERSHIP, multicastGroup);
+}
+
+int UDPSocket::leaveGroup(const std::string& multicastGroup) {
+    return changeMembership(mSockDesc, IP_DROP_MEMBERSHIP, multicastGroup);
+}
