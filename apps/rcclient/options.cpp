@@ -1,0 +1,114 @@
+#include "apps/rcclient/options.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+
+namespace rcclient {
+
+namespace {
+
+bool parsePort(const std::string& text, unsigned short& port) {
+    errno = 0;
+    char* end = nullptr;
+    long value = std::strtol(text.c_str(), &end, 10);
+    if (text.empty() || errno != 0 || *end != '\0' || value < 1 || value > 65535) return false;
+    port = static_cast<unsigned short>(value);
+    return true;
+}
+
+bool parseTimeout(const std::string& text, double& seconds) {
+    errno = 0;
+    char* end = nullptr;
+    double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || errno != 0 || *end != '\0' || !std::isfinite(value) || value <= 0)
+        return false;
+    seconds = value;
+    return true;
+}
+
+bool applyOption(const std::string& name, const std::string& value, ClientOptions& options,
+                 std::string& error) {
+    if (name == "--host") {
+        if (value.empty()) error = "--host needs a host name or address";
+        options.host = value;
+    } else if (name == "--port") {
+        if (!parsePort(value, options.port)) error = "--port needs a number from 1 to 65535";
+    } else if (!parseTimeout(value, options.timeout)) {
+        error = "--timeout needs a positive number of seconds";
+    }
+    return error.empty();
+}
+
+bool addCommand(const std::string& command, ClientOptions& options, std::string& error) {
+    if (command.find_first_of("\r\n") != std::string::npos) {
+        error = "a command must not hold a line break";
+        return false;
+    }
+    options.commands.push_back(command);
+    return true;
+}
+
+}  // namespace
+
+bool parseClientOptions(int argc, const char* const* argv, ClientOptions& options,
+                        std::string& error) {
+    bool optionsEnded = false;
+    for (int i = 1; i < argc; ++i) {
+        std::string argument = argv[i];
+        if (optionsEnded || argument.compare(0, 1, "-") != 0 || argument == "-") {
+            if (!addCommand(argument, options, error)) return false;
+            continue;
+        }
+        if (argument == "--") {
+            optionsEnded = true;
+            continue;
+        }
+        if (argument == "--help") {
+            options.help = true;
+            continue;
+        }
+        size_t equals = argument.find('=');
+        std::string name = argument.substr(0, equals);
+        if (name != "--host" && name != "--port" && name != "--timeout") {
+            error = "unknown option " + name;
+            return false;
+        }
+        std::string value;
+        if (equals != std::string::npos) {
+            value = argument.substr(equals + 1);
+        } else if (i + 1 < argc) {
+            value = argv[++i];
+        } else {
+            error = "option " + name + " needs a value";
+            return false;
+        }
+        if (!applyOption(name, value, options, error)) return false;
+    }
+    return true;
+}
+
+const char* clientUsageText() {
+    return "Usage: rcclient [--host H] [--port P] [--timeout S] [COMMAND ...]\n"
+           "\n"
+           "Sends remote-control commands such as 'START(0,10,0.1,run.txt,10)' one at a time and\n"
+           "prints every reply line. Without commands, reads one command per line from standard\n"
+           "input until QUIT() or the end of input.\n"
+           "\n"
+           "  --host H     server host name or address (default: 127.0.0.1)\n"
+           "  --port P     server port (default: 59876)\n"
+           "  --timeout S  seconds to wait for the connection and for an answer; START waits\n"
+           "               for count x time plus this (default: 5)\n"
+           "  --help       show this text\n"
+           "\n"
+           "START waits for the acquisition's reply; Ctrl-C meanwhile sends STOP() and keeps\n"
+           "waiting for that reply (a second Ctrl-C quits). GUI_ISRUNNING waits for YES or NO.\n"
+           "Commands that answer nothing on success (STOP, GUI_START, GUI_SETFILE, GUI_STOP)\n"
+           "wait 0.2 s for a possible error line.\n"
+           "\n"
+           "Exit status: 0 when no reply began with \"ERROR: \", 1 when one did or the\n"
+           "connection failed during the session, 2 when the server could not be reached or\n"
+           "the command line is wrong.\n";
+}
+
+}  // namespace rcclient

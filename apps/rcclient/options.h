@@ -1,0 +1,30 @@
+// rcclient's command line: rcclient [--host H] [--port P] [--timeout S] [COMMAND ...]
+//
+// Options take their value as the next argument or after "="; "--" ends the options. The port
+// must be 1..65535 and the time-out a positive number of seconds (default 5). Commands must not
+// hold line breaks, since each would split into several commands on the wire.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace rcclient {
+
+constexpr unsigned short kDefaultPort = 59876;
+constexpr double kDefaultTimeout = 5.0;
+
+struct ClientOptions {
+    std::string host = "127.0.0.1";
+    unsigned short port = kDefaultPort;
+    double timeout = kDefaultTimeout;
+    std::vector<std::string> commands;
+    bool help = false;
+};
+
+// True when the arguments are well-formed; otherwise false with a one-line `error`.
+bool parseClientOptions(int argc, const char* const* argv, ClientOptions& options,
+                        std::string& error);
+
+const char* clientUsageText();
+
+}  // namespace rcclient
