@@ -2,9 +2,11 @@
 
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <random>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -145,6 +147,23 @@ TEST(StrToNumDef, DoubleMatchesStreamExtractionOnGeneratedTexts) {
         const double want = streamReference<double>(text, -123.25);
         ASSERT_TRUE(sameDouble(got, want)) << "text \"" << text << "\": " << got << " vs " << want;
     }
+}
+
+// The command server and the host's thread may convert at the same time.
+TEST(StrToNumDef, ConcurrentCallersGetTheSameResults) {
+    const std::vector<std::string> texts = generatedTexts();
+    auto convertAll = [&texts](std::vector<double>& out) {
+        for (const std::string& text : texts) {
+            out.push_back(str::toNumDef<double>(text, -1.0) + str::toNumDef<int>(text, -1));
+        }
+    };
+    std::vector<double> first;
+    std::vector<double> second;
+    std::thread other(convertAll, std::ref(second));
+    convertAll(first);
+    other.join();
+    ASSERT_EQ(first.size(), second.size());
+    EXPECT_TRUE(std::memcmp(first.data(), second.data(), first.size() * sizeof(double)) == 0);
 }
 
 }  // namespace
