@@ -31,12 +31,11 @@ Step Session::run(const std::string& line) {
     if (rule == ReplyRule::Blank) return Step::Next;
     Step pending = printPending();
     if (pending != Step::Next) return pending;
+    if (rule == ReplyRule::Start) return runStart(command);
     if (!send(command)) return Step::Broken;
     switch (rule) {
         case ReplyRule::Quit:
             return Step::Quit;
-        case ReplyRule::Start:
-            return awaitStart(command);
         case ReplyRule::Answer:
             return awaitAnswer(command, mTimeout);
         default:
@@ -48,10 +47,13 @@ void Session::quit() {
     mSocket.sendLine(kQuitCommand, kSendSeconds);
 }
 
-Step Session::awaitStart(const std::string& command) {
+// The Ctrl-C handler goes in before START is sent, so that an interrupt at any moment of the
+// acquisition turns into STOP() rather than ending the client.
+Step Session::runStart(const std::string& command) {
     double expected = 0.0;
     bool hasExpected = startDuration(command, expected);
     StopOnInterrupt interrupt;
+    if (!send(command)) return Step::Broken;
     StartWatch watch{hasExpected, expected, &interrupt};
     double budget = (hasExpected ? expected : 0.0) + mTimeout;
     std::string line;

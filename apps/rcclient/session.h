@@ -36,7 +36,7 @@ private:
         StopOnInterrupt* interrupt;
     };
 
-    Step awaitStart(const std::string& command);
+    Step runStart(const std::string& command);
     Step awaitAnswer(const std::string& command, double seconds);
     Step awaitPossibleError();
     Step printPending();

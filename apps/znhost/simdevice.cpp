@@ -81,6 +81,11 @@ double SimDevice::threshold() const {
     return mThreshold;
 }
 
+bool SimDevice::acquiring() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return mRunning;
+}
+
 bool SimDevice::shutDown(std::chrono::milliseconds bound) {
     std::unique_lock<std::mutex> lock(mMutex);
     if (mRunning) {

@@ -37,6 +37,7 @@ public:
     const std::string& name() const { return mConfig.name; }
     bool filtered() const { return mConfig.filtered; }
     double threshold() const;
+    bool acquiring() const;
 
     // The host's own shutdown: ends a running acquisition and waits at most `bound` for its
     // runAcquisition call to return. True when the device is idle on return.

@@ -1,0 +1,4 @@
+// A loadable module that exports something, but not the plug-in entry function.
+extern "C" int notAPluginEntry() {
+    return 0;
+}
