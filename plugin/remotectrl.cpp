@@ -4,6 +4,7 @@
 #include "plugin/remotectrl.h"
 
 #include <pthread.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -34,6 +35,17 @@ double secondsNow() {
     timeval now{};
     gettimeofday(&now, nullptr);
     return now.tv_sec + now.tv_usec / 1000000.0;
+}
+
+pid_t currentThreadId() {
+    return static_cast<pid_t>(syscall(SYS_gettid));
+}
+
+// The kernel drops a thread's /proc entry when the thread exits. An id of 0 was never set.
+bool threadHasExited(pid_t tid) {
+    if (tid == 0) return true;
+    std::string path = "/proc/self/task/" + std::to_string(tid);
+    return access(path.c_str(), F_OK) != 0;
 }
 
 std::string upperCase(std::string text) {
@@ -158,12 +170,17 @@ void RemoteCtrl::stopServer(double timeout) {
     mServer = nullptr;
 }
 
+// The flags say our threads are done with the object; the thread ids say they have also returned
+// out of this module, which a host may unload as soon as onClose returns.
 bool RemoteCtrl::threadsFinished() const {
-    return mServerFinished && mAcqThreads == 0;
+    return mServerFinished && mAcqThreads == 0 && threadHasExited(mServerTid) &&
+           threadHasExited(mAcqTid);
 }
 
 void RemoteCtrl::threadWrapper(void* self) {
-    static_cast<RemoteCtrl*>(self)->serverFunction();
+    auto* plugin = static_cast<RemoteCtrl*>(self);
+    plugin->mServerTid = currentThreadId();
+    plugin->serverFunction();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -449,7 +466,9 @@ void RemoteCtrl::guiStop(std::vector<std::string> args) {
 // Acquisition thread
 
 void RemoteCtrl::acqThreadWrapper(void* self) {
-    static_cast<RemoteCtrl*>(self)->acqFunction();
+    auto* plugin = static_cast<RemoteCtrl*>(self);
+    plugin->mAcqTid = currentThreadId();
+    plugin->acqFunction();
 }
 
 void RemoteCtrl::acqFunction() {

@@ -38,6 +38,8 @@
 //   moment "OK" arrives is accepted.
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <cstdint>
 #include <mutex>
@@ -150,7 +152,11 @@ private:
 
     std::mutex mClientMutex;
     std::atomic<int> mAcqThreads{0};  // acquisition threads that have not yet finished
-    bool mInitialized = false;        // host thread only
+    // Kernel ids of the last server and acquisition threads: a thread has left this module's code
+    // only once the kernel has dropped it, which is what unloading the module must wait for.
+    std::atomic<pid_t> mServerTid{0};
+    std::atomic<pid_t> mAcqTid{0};
+    bool mInitialized = false;  // host thread only
 };
 
 }  // namespace PluginRemoteCtrl
