@@ -61,14 +61,6 @@ TEST_F(Binary, WithoutAppendReplaces) {
     EXPECT_EQ("ok", readWhole(file));
 }
 
-TEST_F(Binary, ZeroSizeSucceeds) {
-    const std::string file = dir.file("zero.bin");
-    unsigned char data[1] = {7};
-    EXPECT_EQ(0, writeBinary(file.c_str(), data, 0, false));
-    EXPECT_EQ(0, readBinary(file.c_str(), data, 0));
-    EXPECT_EQ(7, data[0]);
-}
-
 TEST_F(Binary, UnopenableFilesReturnMinus1) {
     unsigned char data[1] = {0};
     EXPECT_EQ(-1, readBinary(dir.file("missing.bin").c_str(), data, 1));

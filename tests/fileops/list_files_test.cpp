@@ -95,10 +95,4 @@ TEST_F(ListFiles, UnreadableDirectoryReturnsMinus5AndAppendsNothing) {
     EXPECT_EQ(Names{"keep"}, files);
 }
 
-TEST_F(ListFiles, EmptyDirectoryListsNothing) {
-    Names files;
-    ASSERT_EQ(0, listFilesInDir(dir.file("sub").c_str(), "*.dat", false, false, files));
-    EXPECT_TRUE(files.empty());
-}
-
 }  // namespace
