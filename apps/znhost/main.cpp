@@ -109,12 +109,11 @@ int main(int argc, char** argv) {
     if (options.plugins.empty()) options.plugins.push_back(defaultPluginPath());
 
     sigset_t stopSignals = blockStopSignals();
-    // Never deleted: a plug-in thread that outlives onClose() may still call into the host.
-    auto* tracer = new Tracer(options.trace, STDERR_FILENO);
-    auto* host = new SimHost(config, options.settingsDir, options.dataDir, *tracer);
-
     std::vector<LoadedPlugin> plugins;
     if (!loadAll(options.plugins, plugins, error)) return fail(error);
+    // Never deleted: a plug-in thread that outlives onClose() may still call into the host.
+    static Tracer* tracer = new Tracer(options.trace, STDERR_FILENO);
+    static SimHost* host = new SimHost(config, options.settingsDir, options.dataDir, *tracer);
     for (const LoadedPlugin& loaded : plugins) {
         host->addPlugin(loaded.plugin);
         printLine(std::string("loaded ") + loaded.plugin->name() + ": " +

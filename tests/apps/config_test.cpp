@@ -27,20 +27,6 @@ protected:
     std::string error;
 };
 
-TEST(DefaultHostConfig, HasTwoFilteredDevicesAndDevcontrol) {
-    HostConfig config = znhost::defaultHostConfig();
-    ASSERT_EQ(config.devices.size(), 2u);
-    EXPECT_EQ(config.devices[0].name, "sim0");
-    EXPECT_EQ(config.devices[1].name, "sim1");
-    for (const znhost::DeviceConfig& device : config.devices) {
-        EXPECT_TRUE(device.filtered);
-        EXPECT_EQ(device.thresholdMin, 0.0);
-        EXPECT_EQ(device.thresholdMax, 100.0);
-    }
-    EXPECT_TRUE(config.devControl.loaded);
-    EXPECT_TRUE(config.devControl.privateInterface);
-}
-
 TEST_F(HostConfigTest, BareHeadersGiveDevicesWithDefaults) {
     ASSERT_TRUE(load("[Device0]\n[Device1]\n[Device2]\n")) << error;
     ASSERT_EQ(config.devices.size(), 3u);

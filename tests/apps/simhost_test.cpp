@@ -6,13 +6,11 @@
 #include <chrono>
 #include <cmath>
 #include <future>
-#include <sstream>
 #include <string>
 #include <thread>
 
 #include "apps/znhost/datapath.h"
 #include "apps/znhost/simhost.h"
-#include "host/ptrlist.h"
 #include "tests/apps/helpers.h"
 
 namespace {
@@ -76,33 +74,6 @@ DeviceConfig smallDevice() {
     config.frameWidth = 3;
     config.frameHeight = 2;
     return config;
-}
-
-TEST(SimDevice, AcquisitionWritesCountFramesAsMatrix) {
-    TempDir temp;
-    SimDevice device(smallDevice(), temp.path(), kQuiet);
-    ASSERT_EQ(device.runAcquisition(4, 0.0, 1, "run.txt"), 0);
-    std::vector<std::string> lines = splitLines(readFile(temp.file("run.txt")));
-    ASSERT_EQ(lines.size(), 8u);  // 4 frames of 2 rows
-    for (const std::string& line : lines) {
-        std::istringstream values(line);
-        long value = -1;
-        int count = 0;
-        while (values >> value) {
-            EXPECT_GE(value, 0);
-            EXPECT_LE(value, 65535);
-            ++count;
-        }
-        EXPECT_EQ(count, 3) << line;
-    }
-}
-
-TEST(SimDevice, ResultComesFromConfig) {
-    TempDir temp;
-    DeviceConfig config = smallDevice();
-    config.acqResult = 7;
-    SimDevice device(config, temp.path(), kQuiet);
-    EXPECT_EQ(device.runAcquisition(1, 0.0, 1, ""), 7);
 }
 
 TEST(SimDevice, ZeroFramesLeaveAnEmptyFileAndEmptyNameWritesNone) {
@@ -192,36 +163,6 @@ TEST(SimDevice, SecondAcquisitionOnABusyDeviceFails) {
     ASSERT_EQ(first.wait_for(seconds(30)), std::future_status::ready);
 }
 
-TEST(SimDevice, ThresholdKeptOnlyWhenAccepted) {
-    TempDir temp;
-    DeviceConfig config = smallDevice();
-    SimDevice accepting(config, temp.path(), kQuiet);
-    EXPECT_EQ(accepting.setThreshold(0, 2, 12.5), 0);
-    EXPECT_EQ(accepting.threshold(), 12.5);
-    config.setThresholdResult = 9;
-    SimDevice refusing(config, temp.path(), kQuiet);
-    EXPECT_EQ(refusing.setThreshold(0, 2, 12.5), 9);
-    EXPECT_EQ(refusing.threshold(), 0.0);
-}
-
-TEST(SimDevice, RangeWrittenOnlyWhenReported) {
-    TempDir temp;
-    DeviceConfig config = smallDevice();
-    config.thresholdMin = -3;
-    config.thresholdMax = 7;
-    SimDevice reporting(config, temp.path(), kQuiet);
-    double low = 0, high = 0;
-    reporting.thresholdRange(0, 2, &low, &high);
-    EXPECT_EQ(low, -3);
-    EXPECT_EQ(high, 7);
-    config.reportRange = false;
-    SimDevice silent(config, temp.path(), kQuiet);
-    low = high = 0;
-    silent.thresholdRange(0, 2, &low, &high);
-    EXPECT_EQ(low, 0);
-    EXPECT_EQ(high, 0);
-}
-
 znhost::HostConfig threeDevices() {
     znhost::HostConfig config;
     for (const char* name : {"a", "b", "c"}) {
@@ -233,69 +174,11 @@ znhost::HostConfig threeDevices() {
     return config;
 }
 
-std::vector<zn::IDev*> listed(znhost::SimHost& host, int filter) {
-    zn::PtrList<zn::IDev*> list;
-    if (filter < 0)
-        host.listDevices(&list);
-    else
-        host.listDevicesFiltered(&list, filter);
-    std::vector<zn::IDev*> devices;
-    for (unsigned i = 0; i < list.size(); ++i)
-        devices.push_back(list.get(i));
-    return devices;
-}
-
-TEST(SimHost, FullAndFilteredListsKeepConfigOrder) {
-    TempDir temp;
-    znhost::SimHost host(threeDevices(), temp.path(), temp.path(), kQuiet);
-    const auto& devices = host.devices();
-    EXPECT_EQ(listed(host, -1),
-              (std::vector<zn::IDev*>{devices[0].get(), devices[1].get(), devices[2].get()}));
-    EXPECT_EQ(listed(host, 1), (std::vector<zn::IDev*>{devices[0].get(), devices[2].get()}));
-    EXPECT_TRUE(listed(host, 2).empty());
-}
-
 TEST(SimHost, ConfigDirLosesTrailingSlashes) {
     znhost::HostConfig config;
     EXPECT_STREQ(znhost::SimHost(config, "/a/b//", ".", kQuiet).configDir(), "/a/b");
     EXPECT_STREQ(znhost::SimHost(config, "/", ".", kQuiet).configDir(), "");
     EXPECT_STREQ(znhost::SimHost(config, ".", ".", kQuiet).configDir(), ".");
-}
-
-TEST(SimHost, DevcontrolFollowsConfig) {
-    TempDir temp;
-    znhost::HostConfig config = threeDevices();
-    znhost::SimHost loaded(config, temp.path(), temp.path(), kQuiet);
-    zn::IPluginHandle* handle = loaded.findPlugin("devcontrol");
-    ASSERT_NE(handle, nullptr);
-    EXPECT_NE(handle->privateInterface(), nullptr);
-    EXPECT_EQ(loaded.findPlugin("DevControl"), nullptr);
-    EXPECT_EQ(loaded.findPlugin(nullptr), nullptr);
-
-    config.devControl.privateInterface = false;
-    znhost::SimHost withoutInterface(config, temp.path(), temp.path(), kQuiet);
-    ASSERT_NE(withoutInterface.findPlugin("devcontrol"), nullptr);
-    EXPECT_EQ(withoutInterface.findPlugin("devcontrol")->privateInterface(), nullptr);
-
-    config.devControl.loaded = false;
-    znhost::SimHost unloaded(config, temp.path(), temp.path(), kQuiet);
-    EXPECT_EQ(unloaded.findPlugin("devcontrol"), nullptr);
-}
-
-TEST(SimDevControl, TracksRunsAndFilesPerDevice) {
-    TempDir temp;
-    znhost::SimHost host(threeDevices(), temp.path(), temp.path(), kQuiet);
-    auto* control =
-        static_cast<zn::IDevControl*>(host.findPlugin("devcontrol")->privateInterface());
-    zn::IDev* first = host.devices()[0].get();
-    zn::IDev* second = host.devices()[1].get();
-    EXPECT_EQ(control->start(first), 0);
-    EXPECT_TRUE(control->isRunning(first));
-    EXPECT_FALSE(control->isRunning(second));
-    EXPECT_EQ(control->setFile(second, "x.txt", 1), 0);
-    EXPECT_EQ(host.devControl().fileOf(second), "x.txt");
-    EXPECT_EQ(control->stop(first), 0);
-    EXPECT_FALSE(control->isRunning(first));
 }
 
 TEST(SimDevControl, ForeignDevicePointerIsRefused) {

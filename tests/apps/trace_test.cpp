@@ -1,6 +1,4 @@
 // Trace line formatting: quoting with escapes, shortest doubles, and whole lines on a descriptor.
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -86,54 +84,5 @@ const DoubleCase kDoubleCases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Rows, ZnhostTraceDoubleTest, ::testing::ValuesIn(kDoubleCases),
                          [](const auto& info) { return std::string(info.param.name); });
-
-TEST(ZnhostTraceNumber, IntegersInDecimal) {
-    EXPECT_EQ(traceNumber(0), "0");
-    EXPECT_EQ(traceNumber(-1), "-1");
-    EXPECT_EQ(traceNumber(2147483647), "2147483647");
-}
-
-TEST(ZnhostFormatTraceCall, JoinsArgumentsWithCommaAndBlank) {
-    EXPECT_EQ(znhost::formatTraceCall("host", "configDir", {}), "host.configDir()");
-    EXPECT_EQ(znhost::formatTraceCall("sim0", "thresholdRange", {"0", "2"}),
-              "sim0.thresholdRange(0, 2)");
-}
-
-class ZnhostTracerTest : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_EQ(pipe(fds), 0); }
-    void TearDown() override {
-        for (int fd : fds)
-            if (fd >= 0) close(fd);
-    }
-    // Everything written so far; closes the write end first so that reading ends.
-    std::string drain() {
-        close(fds[1]);
-        fds[1] = -1;
-        std::string text;
-        char chunk[256];
-        ssize_t n;
-        while ((n = read(fds[0], chunk, sizeof chunk)) > 0)
-            text.append(chunk, n);
-        return text;
-    }
-    int fds[2] = {-1, -1};
-};
-
-TEST_F(ZnhostTracerTest, EnabledWritesOnePrefixedLinePerCall) {
-    znhost::Tracer tracer(true, fds[1]);
-    tracer.call("sim1", "runAcquisition",
-                {traceNumber(2), traceNumber(0.05), traceNumber(1), traceQuoted("t.txt")});
-    tracer.call("devcontrol", "start", {"sim1"});
-    EXPECT_EQ(drain(),
-              "trace: sim1.runAcquisition(2, 0.05, 1, \"t.txt\")\n"
-              "trace: devcontrol.start(sim1)\n");
-}
-
-TEST_F(ZnhostTracerTest, DisabledWritesNothing) {
-    znhost::Tracer tracer(false, fds[1]);
-    tracer.call("host", "configDir", {});
-    EXPECT_EQ(drain(), "");
-}
 
 }  // namespace
