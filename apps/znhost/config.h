@@ -49,7 +49,7 @@ constexpr int kMaxFrameSide = 4096;
 HostConfig defaultHostConfig();
 
 // Reads `path` into `config`. Returns true on success; otherwise false with `error` set to a
-// one-line message, and `config` unspecified.
+// one-line message, and `config` may be partly filled.
 bool loadHostConfig(const std::string& path, HostConfig& config, std::string& error);
 
 }  // namespace znhost
