@@ -166,6 +166,11 @@ void RemoteCtrl::stopServer(double timeout) {
             if (threadsFinished()) break;
         }
     }
+    // Acquiring mServerExited orders the delete after the server thread's last use of the socket.
+    // It is set on every way out of the server thread, also when listening failed (and
+    // mServerFinished stays false); if the thread is still serving, it checks the stop request
+    // before it would touch the socket again.
+    mServerExited.load(std::memory_order_acquire);
     delete mServer;
     mServer = nullptr;
 }
@@ -181,6 +186,7 @@ void RemoteCtrl::threadWrapper(void* self) {
     auto* plugin = static_cast<RemoteCtrl*>(self);
     plugin->mServerTid = currentThreadId();
     plugin->serverFunction();
+    plugin->mServerExited.store(true, std::memory_order_release);
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -151,7 +151,8 @@ private:
     std::atomic<bool> mAcqRunning{false};
 
     std::mutex mClientMutex;
-    std::atomic<int> mAcqThreads{0};  // acquisition threads that have not yet finished
+    std::atomic<bool> mServerExited{false};  // set on every way out of the server thread
+    std::atomic<int> mAcqThreads{0};         // acquisition threads that have not yet finished
     // Kernel ids of the last server and acquisition threads: a thread has left this module's code
     // only once the kernel has dropped it, which is what unloading the module must wait for.
     std::atomic<pid_t> mServerTid{0};
