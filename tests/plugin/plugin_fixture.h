@@ -3,6 +3,7 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -39,6 +40,17 @@ public:
 private:
     std::string mPath;
 };
+
+// Threads of this process, from the kernel's view.
+inline int threadCount() {
+    int count = 0;
+    if (DIR* dir = opendir("/proc/self/task")) {
+        while (dirent* entry = readdir(dir))
+            if (entry->d_name[0] != '.') ++count;
+        closedir(dir);
+    }
+    return count;
+}
 
 // A port that was free a moment ago: bound on loopback with port 0, then released.
 inline int freeLoopbackPort() {

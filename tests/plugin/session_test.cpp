@@ -1,6 +1,5 @@
 // The server loop and the client session over real loopback connections: what ends a session,
 // how clients queue, and how the server stops.
-#include <dirent.h>
 
 #include <chrono>
 #include <thread>
@@ -14,16 +13,6 @@ using Clock = std::chrono::steady_clock;
 
 double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-int threadCount() {
-    int count = 0;
-    if (DIR* dir = opendir("/proc/self/task")) {
-        while (dirent* entry = readdir(dir))
-            if (entry->d_name[0] != '.') ++count;
-        closedir(dir);
-    }
-    return count;
 }
 
 using SessionTest = PluginTest;
