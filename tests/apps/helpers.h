@@ -61,6 +61,8 @@ public:
     void kill();
 
     bool running() const { return mPid > 0; }
+    // The running child's process id; -1 once it has been reaped.
+    pid_t pid() const { return mPid; }
     bool exitedNormally() const;
     int exitCode() const;
 
@@ -85,6 +87,8 @@ public:
     bool readLine(std::string& line, milliseconds bound);
     // True when the peer closed the connection within `bound` (pending lines are skipped).
     bool waitForClose(milliseconds bound);
+    // Ends the sending direction only (the peer reads end of stream); replies can still be read.
+    bool finishSending();
     // Closes at once with a reset instead of an orderly shutdown.
     void abort();
     void close();
