@@ -4,11 +4,12 @@
 //
 // One plug-in serves the whole process (started on first use on a free loopback port, stopped at
 // exit). Per input: connect, send the bytes (a line feed added when they do not end in one), then
-// a sync line whose reply marks the end of this input's replies, then QUIT(). The sync line is
-// resent with a growing pause until it is answered, since a zero byte in the stream makes the
-// server drop the rest of the chunk it arrived in, sync line included. A session the input ended
-// (QUIT(), an empty line) closes the connection, which ends the input too. A server that neither
-// answers nor closes within kAnswerBound seconds is a finding.
+// a sync line whose reply marks the end of this input's replies, then QUIT(), after which the
+// server must close the connection. The sync line is resent with a growing pause until it is
+// answered, since a zero byte in the stream makes the server drop the rest of the chunk it arrived
+// in, sync line included. A session the input ended (QUIT(), an empty line) closes the connection,
+// which ends the input too. A server that neither answers nor closes within kAnswerBound seconds
+// is a finding.
 //
 // Devices: dev0 acquires and succeeds, dev1 acquires and fails, dev2 refuses every threshold; all
 // acquisitions return at once, so an accepted START answers without the input having to STOP it.
@@ -81,9 +82,13 @@ bool isEnd(const std::string& reply) {
     return reply == "<closed>" || reply == "<error>";
 }
 
-// Sends the sync line until its reply comes back, checking every line before it. Returns when
-// the sync was answered or the server closed the session.
-void awaitSync(testhost::Client& client) {
+void checkReply(const std::string& reply) {
+    FUZZ_CHECK(kReplies.count(reply) == 1, ("a protocol reply, not '" + reply + "'").c_str());
+}
+
+// Sends the sync line until its reply comes back, checking every line before it. Returns false
+// when the server closed the session instead.
+bool awaitSync(testhost::Client& client) {
     const std::string syncLine = "GUI_SETFILE()";
     const double start = getPrecTime();
     double pause = kFirstPause;
@@ -92,13 +97,30 @@ void awaitSync(testhost::Client& client) {
         for (;;) {
             std::string reply = client.reply(pause);
             if (reply == "<timeout>") break;
-            if (isEnd(reply) || reply == testhost::Client::kSyncReply) return;
-            FUZZ_CHECK(kReplies.count(reply) == 1,
-                       ("a protocol reply, not '" + reply + "'").c_str());
+            if (isEnd(reply)) return false;
+            if (reply == testhost::Client::kSyncReply) return true;
+            checkReply(reply);
         }
         pause = pause * 2 < kLongestPause ? pause * 2 : kLongestPause;
     }
     FUZZ_CHECK(false, "the server answers or closes within the bound");
+    return false;
+}
+
+// Ends the session and waits for the server to close the connection, so that the server side
+// holds the closed connection's TIME_WAIT and the client's port is free at once. The leading line
+// feed completes a partial line a zero byte may have left in the server's buffer; with none
+// pending it is an empty line, which ends the session by itself.
+void quitSession(testhost::Client& client) {
+    client.sendRaw("\nQUIT()\n");
+    const double start = getPrecTime();
+    while (getPrecTime() - start < kAnswerBound) {
+        std::string reply = client.reply(kAnswerBound);
+        if (isEnd(reply)) return;
+        if (reply == "<timeout>") break;
+        checkReply(reply);  // answers to resent sync lines and late acquisition replies
+    }
+    FUZZ_CHECK(false, "the server closes the session after QUIT()");
 }
 
 }  // namespace
@@ -114,8 +136,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FUZZ_CHECK(client.connect(server.port), "the server accepts a connection");
     // A session the input ends early may close before everything is sent; that is fine.
     if (!stream.empty()) client.sendRaw(stream);
-    awaitSync(client);
-    client.send("QUIT()");
+    if (awaitSync(client)) quitSession(client);
     client.close();
     return 0;
 }
