@@ -1,0 +1,311 @@
+// Command latency and throughput of the plug-in inside znhost, against the two reference servers
+// of reference_server.h, all over 127.0.0.1. A fourth server, the plug-in module loaded into the
+// no-op bench host, shows how much of the plug-in row is znhost's own simulation work. Prints
+// table rows labelled "pinned" when the process may run on one CPU only (bench/run starts it a
+// second time under `taskset -c 0`; the servers inherit the affinity) and "unpinned" otherwise.
+// Never asserts: a figure that could not be taken prints as n/a with the reason in its detail.
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "bench/bench_host.h"
+#include "bench/child_process.h"
+#include "bench/loopback.h"
+#include "bench/reference_server.h"
+#include "bench/stats.h"
+#include "bench/table.h"
+#include "bench/temp_dir.h"
+
+namespace bench {
+namespace {
+
+constexpr int kRepetitions = 5;
+constexpr int kWarmUpRoundTrips = 1000;
+constexpr int kRoundTrips = 20000;
+constexpr int kPipelinedLines = 200000;
+constexpr size_t kPipelinedWrite = 64 * 1024;
+constexpr int kWarmUpAcquisitions = 10;
+constexpr int kAcquisitions = 200;
+
+constexpr double kIoTimeout = 5.0;          // any single send or receive
+constexpr double kPipelinedTimeout = 30.0;  // the reply after the whole pipelined batch
+constexpr double kStartTimeout = 10.0;      // znhost's "ready", the plug-in's first accept
+constexpr double kStopTimeout = 3.0;
+constexpr unsigned kServerLifetimeSeconds = 300;  // a reference server's last resort
+
+constexpr const char* kIsRunning = "GUI_ISRUNNING(0)\n";
+constexpr const char* kSetFile = "GUI_SETFILE(0,f.txt)\n";
+constexpr const char* kStart = "START(0,1,0,,10)\n";
+
+struct Server {
+    Server(std::string name, int port, std::string failure = "")
+        : name(std::move(name)), port(port), failure(std::move(failure)) {}
+
+    std::string name;
+    int port;
+    std::string failure;  // why it is not running; empty when it is
+};
+
+// What one measured run yields: either figures or the reason there are none.
+struct Run {
+    static Run failed(std::string why) {
+        Run run;
+        run.failure = std::move(why);
+        return run;
+    }
+
+    std::string failure;
+    double perSecond = kNoFigure;
+    std::vector<double> latencies;  // seconds
+};
+
+bool isPinned() {
+    cpu_set_t cpus;
+    CPU_ZERO(&cpus);
+    return sched_getaffinity(0, sizeof cpus, &cpus) == 0 && CPU_COUNT(&cpus) == 1;
+}
+
+// The plug-in starts listening on its own thread after znhost says "ready"; connect until it
+// accepts or the start time-out passes.
+int connectWhenListening(int port) {
+    const double deadline = monotonicSeconds() + kStartTimeout;
+    for (;;) {
+        const int fd = connectLoopback(port, kIoTimeout);
+        if (fd >= 0 || monotonicSeconds() >= deadline) return fd;
+        usleep(10000);
+    }
+}
+
+// Sends `request` and reads one reply line per exchange; `expected` says which replies count.
+Run exchange(int port, const char* request, int warmUp, int measured,
+             const std::function<bool(const std::string&)>& expected) {
+    Run run;
+    const int fd = connectWhenListening(port);
+    if (fd < 0) return Run::failed("cannot connect: " + std::string(std::strerror(errno)));
+    LineReader reader(fd);
+    const size_t length = std::strlen(request);
+    std::string reply;
+    run.latencies.reserve(static_cast<size_t>(measured));
+    double measuredStart = monotonicSeconds();
+    for (int i = 0; i < warmUp + measured && run.failure.empty(); ++i) {
+        if (i == warmUp) measuredStart = monotonicSeconds();
+        const double sent = monotonicSeconds();
+        if (!sendAll(fd, request, length) || !reader.readLine(reply)) {
+            run.failure = "no reply (time-out or closed)";
+        } else if (!expected(reply)) {
+            run.failure = "unexpected reply \"" + reply + "\"";
+        } else if (i >= warmUp) {
+            run.latencies.push_back(monotonicSeconds() - sent);
+        }
+    }
+    if (run.failure.empty()) run.perSecond = measured / (monotonicSeconds() - measuredStart);
+    close(fd);
+    return run;
+}
+
+bool isRunningReply(const std::string& reply) {
+    return reply == "NO" || reply == "YES";
+}
+
+Run roundTrips(int port) {
+    return exchange(port, kIsRunning, kWarmUpRoundTrips, kRoundTrips, isRunningReply);
+}
+
+Run acquisitions(int port) {
+    return exchange(port, kStart, kWarmUpAcquisitions, kAcquisitions,
+                    [](const std::string& reply) { return reply == "OK"; });
+}
+
+const std::string& pipelinedPayload() {
+    static const std::string payload = [] {
+        std::string lines;
+        for (int i = 0; i < kPipelinedLines; ++i)
+            lines += kSetFile;
+        return lines + kIsRunning;
+    }();
+    return payload;
+}
+
+// The whole batch in large writes, then the one reply that says the server has read it all.
+Run pipelined(int port) {
+    const int fd = connectWhenListening(port);
+    if (fd < 0) return Run::failed("cannot connect: " + std::string(std::strerror(errno)));
+    Run run;
+    LineReader reader(fd);
+    const std::string& payload = pipelinedPayload();
+    const double start = monotonicSeconds();
+    bool sent = true;
+    for (size_t offset = 0; sent && offset < payload.size(); offset += kPipelinedWrite)
+        sent = sendAll(fd, payload.data() + offset,
+                       std::min(kPipelinedWrite, payload.size() - offset));
+    timeval limit{static_cast<time_t>(kPipelinedTimeout), 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    std::string reply;
+    if (!sent || !reader.readLine(reply) || !isRunningReply(reply))
+        run.failure = sent ? "no reply after the batch" : "send failed";
+    else
+        run.perSecond = (kPipelinedLines + 1) / (monotonicSeconds() - start);
+    close(fd);
+    return run;
+}
+
+// Medians over the repetitions of each run's rate, p50 and p99.
+struct Summary {
+    std::string failure;
+    double perSecond = kNoFigure;
+    double p50 = kNoFigure;
+    double p99 = kNoFigure;
+};
+
+Summary summarize(const std::vector<Run>& runs) {
+    std::vector<double> rates, p50s, p99s;
+    for (const Run& run : runs) {
+        if (!run.failure.empty()) return Summary{run.failure, kNoFigure, kNoFigure, kNoFigure};
+        rates.push_back(run.perSecond);
+        if (run.latencies.empty()) continue;
+        p50s.push_back(percentile(run.latencies, 0.50));
+        p99s.push_back(percentile(run.latencies, 0.99));
+    }
+    return Summary{"", median(rates), median(p50s), median(p99s)};
+}
+
+std::string latencyDetail(const Summary& summary, double scale, const char* unit) {
+    if (!summary.failure.empty()) return summary.failure;
+    if (std::isnan(summary.p50)) return "";
+    char text[64];
+    std::snprintf(text, sizeof text, "p50 %s p99 %s %s", figureText(summary.p50 * scale).c_str(),
+                  figureText(summary.p99 * scale).c_str(), unit);
+    return text;
+}
+
+// Runs `measure` on every server, interleaved so that drift over time spreads evenly.
+std::vector<Summary> measureAll(const std::vector<Server>& servers,
+                                const std::function<Run(int)>& measure) {
+    std::vector<std::vector<Run>> runs(servers.size());
+    for (int repetition = 0; repetition < kRepetitions; ++repetition) {
+        for (size_t i = 0; i < servers.size(); ++i)
+            runs[i].push_back(servers[i].failure.empty() ? measure(servers[i].port)
+                                                         : Run::failed(servers[i].failure));
+    }
+    std::vector<Summary> summaries;
+    for (const std::vector<Run>& serverRuns : runs)
+        summaries.push_back(summarize(serverRuns));
+    return summaries;
+}
+
+// The servers in the order of their rows; the plug-in in znhost is the one the ratios are for.
+enum ServerIndex { kPlugin, kLimit, kSameIo, kPluginAlone, kServerCount };
+
+// Each reference row carries the plug-in's figure divided by its own; the row of the plug-in in
+// the no-op host says how it compares with same-io, to show what znhost's own work costs.
+void printComparison(const std::string& benchmark, const std::vector<Server>& servers,
+                     const std::vector<Summary>& summaries, const char* unit,
+                     const std::vector<Target>& targets) {
+    for (size_t i = 0; i < servers.size(); ++i) {
+        Row row{benchmark, servers[i].name, summaries[i].perSecond, unit,
+                latencyDetail(summaries[i], 1e6, "us")};
+        if (i == kLimit || i == kSameIo) {
+            row.ratio = summaries[kPlugin].perSecond / summaries[i].perSecond;
+            row.target = targets[i];
+        } else if (i == kPluginAlone && summaries[i].failure.empty()) {
+            row.detail = figureText(summaries[i].perSecond / summaries[kSameIo].perSecond) +
+                         " x same-io, no-op host";
+        }
+        printRow(row);
+    }
+}
+
+// A settings folder of its own for each plug-in server, naming a port that was free.
+Server prepareSettings(const std::string& name, const std::string& folder) {
+    Server server{name, freeLoopbackPort()};
+    if (mkdir(folder.c_str(), 0755) != 0 ||
+        !writeTextFile(folder + "/remotectrl.ini",
+                       "[Settings]\nPort=" + std::to_string(server.port) + "\n"))
+        server.failure = "cannot write " + folder + "/remotectrl.ini";
+    return server;
+}
+
+Server startZnhost(const TempDir& dir, ChildProcess& process) {
+    Server server = prepareSettings("plug-in", dir.file("znhost"));
+    const std::vector<std::string> argv{programDir() + "/znhost", "--settings-dir",
+                                        dir.file("znhost"), "--data-dir", dir.file("znhost")};
+    if (server.failure.empty() && (!process.exec(argv, dir.file("znhost.log")) ||
+                                   !process.waitForLine("ready", kStartTimeout)))
+        server.failure = "znhost did not start";
+    return server;
+}
+
+// The plug-in module loaded into the no-op bench host, in a process of its own like znhost.
+Server startPluginAlone(const TempDir& dir, ChildProcess& process) {
+    const std::string folder = dir.file("bench-host");
+    Server server = prepareSettings("plug-in, no-op host", folder);
+    if (server.failure.empty() && !process.fork([=] {
+            alarm(kServerLifetimeSeconds);
+            BenchHost host(folder);
+            void* module = nullptr;
+            std::string error;
+            if (loadPlugin(defaultModulePath(), host, module, error) == nullptr) return 1;
+            for (;;)
+                pause();  // serves on the plug-in's own thread until stopped
+        }))
+        server.failure = "cannot fork";
+    return server;
+}
+
+Server startReference(ReadStyle style, ChildProcess& process) {
+    Server server{readStyleName(style), -1};
+    const int listenFd = listenLoopback(5, server.port);
+    if (listenFd < 0) return Server{server.name, -1, "cannot listen"};
+    if (!process.fork([=] {
+            alarm(kServerLifetimeSeconds);
+            return serveReference(listenFd, style);
+        }))
+        server.failure = "cannot fork";
+    close(listenFd);  // the child's copy keeps listening
+    return server;
+}
+
+void run(bool header) {
+    const bool pinned = isPinned();
+    const std::string mode = pinned ? "pinned" : "unpinned";
+    TempDir dir("rcbench-net");
+    std::vector<ChildProcess> processes(kServerCount);
+    const std::vector<Server> servers{startZnhost(dir, processes[kPlugin]),
+                                      startReference(ReadStyle::Limit, processes[kLimit]),
+                                      startReference(ReadStyle::SameIo, processes[kSameIo]),
+                                      startPluginAlone(dir, processes[kPluginAlone])};
+    if (header) printHeader();
+
+    printComparison("round trip, " + mode, servers, measureAll(servers, roundTrips), "rt/s",
+                    {Target{}, ratioAtLeast(pinned ? 0.75 : 0.9), Target{}, Target{}});
+    printComparison("pipelined, " + mode, servers, measureAll(servers, pipelined), "cmd/s",
+                    {Target{}, Target{}, pinned ? ratioAtLeast(0.25) : Target{}, Target{}});
+
+    std::vector<Summary> acquisition = measureAll({servers[kPlugin]}, acquisitions);
+    Row row{"acquisition reply, " + mode, "plug-in", acquisition[0].p50 * 1e3, "ms",
+            latencyDetail(acquisition[0], 1e3, "ms")};
+    row.target = valueBelow(1.0);
+    printRow(row);
+
+    for (ChildProcess& process : processes)
+        process.stop(kStopTimeout);
+}
+
+}  // namespace
+}  // namespace bench
+
+int main(int argc, char** argv) {
+    bench::run(argc > 1 && std::strcmp(argv[1], "--header") == 0);
+    return 0;
+}
