@@ -322,8 +322,9 @@ int CommunicatingSocket::sendLine(std::string line, double timeout) {
 }
 
 int CommunicatingSocket::getLine(std::string& line, double timeout) {
-    const double start = getPrecTime();
+    // A buffered line never waits, so the clock is read only when the socket may have to be.
     if (takeBufferedLine(mLineBuffer, line)) return 0;
+    const double start = getPrecTime();
     line = std::move(mLineBuffer);
     mLineBuffer.clear();
 

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <string_view>
 
 #include "host/ptrlist.h"
 #include "net/sockets.h"
@@ -30,6 +31,7 @@ constexpr useconds_t kStopPollMicros = 100000;
 constexpr useconds_t kAcceptRetryMicros = 50000;
 constexpr const char* kSettingsFile = "remotectrl.ini";
 constexpr const char* kDevControlName = "devcontrol";
+constexpr std::string_view kArgumentDelimiter = ",";
 
 double secondsNow() {
     timeval now{};
@@ -60,11 +62,70 @@ void trimLineEnd(std::string& line) {
     line.erase(end == std::string::npos ? 0 : end + 1);
 }
 
-std::string trimBlanks(const std::string& text, bool leading, bool trailing) {
-    std::string::size_type begin = leading ? text.find_first_not_of(' ') : 0;
-    if (begin == std::string::npos) return std::string();
-    std::string::size_type end = trailing ? text.find_last_not_of(' ') : text.size() - 1;
-    return text.substr(begin, end - begin + 1);
+std::string_view withoutLeadingBlanks(std::string_view text) {
+    const std::string_view::size_type begin = text.find_first_not_of(' ');
+    return begin == std::string_view::npos ? std::string_view() : text.substr(begin);
+}
+
+std::string_view withoutTrailingBlanks(std::string_view text) {
+    return text.substr(0, text.find_last_not_of(' ') + 1);  // npos + 1 is 0: all blanks
+}
+
+// Calls visit(piece) for every piece splitString would cut, as views into `text`, until visit
+// returns false. The search resumes delimiters.size() characters after the delimiter found.
+template <typename Visit>
+void forEachPiece(std::string_view text, std::string_view delimiters, Visit visit) {
+    std::string_view::size_type position = 0;
+    for (;;) {
+        const std::string_view::size_type found = delimiters.size() == 1
+                                                      ? text.find(delimiters[0], position)
+                                                      : text.find_first_of(delimiters, position);
+        if (found == std::string_view::npos) {
+            visit(text.substr(position));
+            return;
+        }
+        if (!visit(text.substr(position, found - position))) return;
+        // Past the end only with a delimiter string longer than the text's remainder.
+        position = std::min(found + delimiters.size(), text.size());
+    }
+}
+
+// The quote-aware joining of tokenizeQuotedString, appending to `tokens`; false when a piece is
+// a lone double quote, which both opens and closes a quoted token and so has no meaning.
+bool tokenizeInto(std::string_view text, std::string_view delimiters,
+                  std::vector<std::string>& tokens) {
+    const char delimiter = delimiters.empty() ? ',' : delimiters[0];
+    bool quoteOpen = false;
+    bool loneQuote = false;
+    std::string accumulator;
+    forEachPiece(text, delimiters, [&](std::string_view piece) {
+        const std::string_view leadTrimmed = withoutLeadingBlanks(piece);
+        const std::string_view trimmed = withoutTrailingBlanks(leadTrimmed);
+        if (!quoteOpen) {
+            if (leadTrimmed.empty() || leadTrimmed[0] != '"') {
+                tokens.emplace_back(trimmed);
+            } else if (trimmed.size() == 1) {
+                loneQuote = true;
+                return false;
+            } else if (trimmed.back() == '"') {
+                tokens.emplace_back(trimmed.substr(1, trimmed.size() - 2));
+            } else {
+                accumulator.assign(leadTrimmed.substr(1));
+                quoteOpen = true;
+            }
+        } else if (!trimmed.empty() && trimmed.back() == '"') {
+            accumulator += delimiter;
+            accumulator.append(trimmed.substr(0, trimmed.size() - 1));
+            tokens.push_back(std::move(accumulator));
+            accumulator.clear();
+            quoteOpen = false;
+        } else {
+            accumulator += delimiter;
+            accumulator.append(piece);
+        }
+        return true;
+    });
+    return !loneQuote;  // an unterminated quoted token is dropped with the accumulator
 }
 
 class ThreadWrapper {
@@ -255,68 +316,40 @@ void RemoteCtrl::sendReply(const std::string& line) {
 
 std::vector<std::string> splitString(const std::string& text, const std::string& delimiters) {
     std::vector<std::string> pieces;
-    std::string::size_type position = 0;
-    for (;;) {
-        std::string::size_type found = text.find_first_of(delimiters, position);
-        if (found == std::string::npos) {
-            pieces.push_back(text.substr(position));
-            return pieces;
-        }
-        pieces.push_back(text.substr(position, found - position));
-        // Past the end only with a delimiter string longer than the text's remainder.
-        position = std::min(found + delimiters.size(), text.size());
-    }
+    forEachPiece(text, delimiters, [&](std::string_view piece) {
+        pieces.emplace_back(piece);
+        return true;
+    });
+    return pieces;
 }
 
 std::optional<std::vector<std::string>> RemoteCtrl::tokenizeQuotedString(
     const std::string& text, const std::string& delimiters) {
-    const char delimiter = delimiters.empty() ? ',' : delimiters[0];
     std::vector<std::string> tokens;
-    bool quoteOpen = false;
-    std::string accumulator;
-    for (const std::string& piece : splitString(text, delimiters)) {
-        std::string leadTrimmed = trimBlanks(piece, true, false);
-        std::string trimmed = trimBlanks(leadTrimmed, false, true);
-        if (!quoteOpen) {
-            if (leadTrimmed.empty() || leadTrimmed[0] != '"') {
-                tokens.push_back(trimmed);
-            } else if (trimmed.size() == 1) {
-                return std::nullopt;  // a lone quote both opens and closes: no meaning
-            } else if (trimmed.back() == '"') {
-                tokens.push_back(trimmed.substr(1, trimmed.size() - 2));
-            } else {
-                accumulator = leadTrimmed.substr(1);
-                quoteOpen = true;
-            }
-        } else if (!trimmed.empty() && trimmed.back() == '"') {
-            accumulator += delimiter;
-            accumulator += trimmed.substr(0, trimmed.size() - 1);
-            tokens.push_back(accumulator);
-            accumulator.clear();
-            quoteOpen = false;
-        } else {
-            accumulator += delimiter;
-            accumulator += piece;
-        }
-    }
-    return tokens;  // an unterminated quoted token is dropped with the accumulator
+    if (!tokenizeInto(text, delimiters, tokens)) return std::nullopt;
+    return tokens;
 }
 
 ParsedCommand parseCommandString(const std::string& line) {
     ParsedCommand parsed;
-    std::vector<std::string> pieces = splitString(line, "(");
-    if (pieces.size() < 2) return parsed;  // no "(": ignored, no reply
-    std::string argumentText = pieces[1];
-    if (!argumentText.empty()) argumentText.pop_back();  // the closing parenthesis, or whatever
-    std::optional<std::vector<std::string>> args =
-        RemoteCtrl::tokenizeQuotedString(argumentText, ",");
-    if (!args) {
+    const std::string_view text(line);
+    const std::string_view::size_type open = text.find('(');
+    if (open == std::string_view::npos) return parsed;  // no "(": ignored, no reply
+    // The argument text ends at a second "(", if any, and loses its last character, which is
+    // the closing parenthesis in a well-formed line but is dropped whatever it is.
+    std::string_view argumentText = text.substr(open + 1);
+    argumentText = argumentText.substr(0, argumentText.find('('));
+    if (!argumentText.empty()) argumentText.remove_suffix(1);
+    // One token per comma at most, so the list never grows while it is filled.
+    parsed.args.reserve(static_cast<size_t>(
+        std::count(argumentText.begin(), argumentText.end(), kArgumentDelimiter[0]) + 1));
+    if (!tokenizeInto(argumentText, kArgumentDelimiter, parsed.args)) {
         parsed.kind = ParsedCommand::Kind::SyntaxError;
+        parsed.args.clear();
         return parsed;
     }
     parsed.kind = ParsedCommand::Kind::Command;
-    parsed.name = pieces[0];
-    parsed.args = std::move(*args);
+    parsed.name.assign(text.substr(0, open));
     return parsed;
 }
 
@@ -338,7 +371,10 @@ void RemoteCtrl::processCommandString(std::string line) {
 // Dispatch
 
 void RemoteCtrl::processCommand(std::string name, std::vector<std::string> args) {
-    const std::string command = upperCase(std::move(name));
+    const std::string upperName = upperCase(std::move(name));
+    // Compared as a view: the literals' lengths are known at compile time, so most names are
+    // told apart by their length alone.
+    const std::string_view command = upperName;
     if (command == "GUI_START") return guiStart(std::move(args));
     if (command == "GUI_SETFILE") return guiSetFile(std::move(args));
     if (command == "GUI_ISRUNNING") return guiIsRunning(std::move(args));
