@@ -1,7 +1,6 @@
 #include "apps/rcclient/commands.h"
 
 #include <cctype>
-#include <vector>
 
 #include "settings/str.h"
 
@@ -9,30 +8,46 @@ namespace rcclient {
 
 namespace {
 
-std::string commandName(const std::string& command) {
-    std::string name = command.substr(0, command.find('('));
-    for (char& c : name)
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return name;
+constexpr char kQuote = '"';
+
+struct ParsedLine {
+    std::string name;
+    std::vector<std::string> args;
+};
+
+std::string trimBlanks(const std::string& text, bool leading, bool trailing) {
+    size_t first = leading ? text.find_first_not_of(' ') : 0;
+    if (first == std::string::npos) return "";
+    size_t last = trailing ? text.find_last_not_of(' ') : text.size() - 1;
+    return text.substr(first, last - first + 1);
 }
 
-// The argument text as the server takes it: after the first "(", without its last character,
-// cut at a second "(", split at commas outside double quotes.
-std::vector<std::string> splitArguments(const std::string& command) {
-    size_t open = command.find('(');
-    std::string text = command.substr(open + 1);
-    if (!text.empty()) text.pop_back();
-    text = text.substr(0, text.find('('));
-    std::vector<std::string> args(1);
-    bool quoted = false;
+std::vector<std::string> splitAt(const std::string& text, char delimiter) {
+    std::vector<std::string> pieces(1);
     for (char c : text) {
-        if (c == '"') quoted = !quoted;
-        if (c == ',' && !quoted)
-            args.emplace_back();
+        if (c == delimiter)
+            pieces.emplace_back();
         else
-            args.back().push_back(c);
+            pieces.back().push_back(c);
     }
-    return args;
+    return pieces;
+}
+
+bool endsWithQuote(const std::string& text) {
+    return !text.empty() && text.back() == kQuote;
+}
+
+// False for a line the server ignores (no "(") or cannot take apart (a lone quote).
+bool parseLine(const std::string& command, ParsedLine& parsed) {
+    std::vector<std::string> pieces = splitAt(command, '(');
+    if (pieces.size() < 2) return false;
+    std::string text = pieces[1];
+    if (!text.empty()) text.pop_back();
+    if (!tokenizeArguments(text, parsed.args)) return false;
+    parsed.name = pieces[0];
+    for (char& c : parsed.name)
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return true;
 }
 
 }  // namespace
@@ -42,22 +57,53 @@ std::string trimCommand(const std::string& line) {
     return end == std::string::npos ? "" : line.substr(0, end + 1);
 }
 
-ReplyRule replyRule(const std::string& command) {
-    if (command.empty()) return ReplyRule::Blank;
-    if (command == "QUIT()") return ReplyRule::Quit;
-    if (command.find('(') == std::string::npos) return ReplyRule::MaySkip;
-    std::string name = commandName(command);
-    if (name == "START") return ReplyRule::Start;
-    if (name == "GUI_ISRUNNING") return ReplyRule::Answer;
-    return ReplyRule::MaySkip;
+LineKind classifyCommand(const std::string& command) {
+    if (command.empty()) return LineKind::Blank;
+    if (command == "QUIT()") return LineKind::Quit;
+    ParsedLine parsed;
+    if (!parseLine(command, parsed)) return LineKind::Other;
+    if (parsed.name == "GUI_SETFILE" && parsed.args.size() != 2) return LineKind::SelfSync;
+    if (parsed.name == "START") return LineKind::Start;
+    return LineKind::Other;
+}
+
+bool isFinalReply(const std::string& line) {
+    return line == "OK" || line == "ERROR: ACQUISITION FAILED";
+}
+
+bool tokenizeArguments(const std::string& text, std::vector<std::string>& tokens) {
+    tokens.clear();
+    bool open = false;
+    std::string accumulator;
+    for (const std::string& piece : splitAt(text, ',')) {
+        std::string leadTrimmed = trimBlanks(piece, true, false);
+        std::string trimmed = trimBlanks(leadTrimmed, false, true);
+        if (!open) {
+            if (leadTrimmed.empty() || leadTrimmed[0] != kQuote) {
+                tokens.push_back(trimmed);
+            } else if (trimmed.size() == 1) {
+                return false;
+            } else if (endsWithQuote(trimmed)) {
+                tokens.push_back(trimmed.substr(1, trimmed.size() - 2));
+            } else {
+                accumulator = leadTrimmed.substr(1);
+                open = true;
+            }
+        } else if (endsWithQuote(trimmed)) {
+            tokens.push_back(accumulator + "," + trimmed.substr(0, trimmed.size() - 1));
+            open = false;
+        } else {
+            accumulator += "," + piece;
+        }
+    }
+    return true;
 }
 
 bool startDuration(const std::string& command, double& seconds) {
-    if (command.find('(') == std::string::npos) return false;
-    std::vector<std::string> args = splitArguments(command);
-    if (args.size() != 5) return false;
-    int count = str::toNumDef<int>(args[1], -1);
-    double time = str::toNumDef<double>(args[2], -1.0);
+    ParsedLine parsed;
+    if (!parseLine(command, parsed) || parsed.args.size() != 5) return false;
+    int count = str::toNumDef<int>(parsed.args[1], -1);
+    double time = str::toNumDef<double>(parsed.args[2], -1.0);
     if (count < 0 || time < 0) return false;
     seconds = count * time;
     return true;

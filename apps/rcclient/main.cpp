@@ -3,8 +3,9 @@
 // Exit status: 0 when no reply began with "ERROR: ", 1 when one did or the connection broke
 // during the session, 2 when the server could not be reached or the command line is wrong.
 // An empty command (or input line) is skipped rather than sent: the server would take it as the
-// end of the session. Without commands, a prompt is shown on standard error when standard input
-// is a terminal; the end of input sends QUIT().
+// end of the session. --version prints "rcclient VERSION", the project's version. Without commands,
+// a prompt is shown on standard error when standard input is a terminal; the end of input sends
+// QUIT().
 #include <unistd.h>
 
 #include <cerrno>
@@ -58,8 +59,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "rcclient: %s\n\n%s", error.c_str(), clientUsageText());
         return kNoServerExit;
     }
-    if (options.help) {
-        std::fputs(clientUsageText(), stdout);
+    if (options.help || options.version) {
+        std::fputs(options.help ? clientUsageText() : "rcclient " REMOTECTRL_VERSION "\n", stdout);
         return 0;
     }
     std::string peer = options.host + ":" + std::to_string(options.port);
@@ -74,7 +75,8 @@ int main(int argc, char** argv) {
                          std::strerror(errno));
         return kNoServerExit;
     }
-    Session session(socket, peer, options.timeout, isatty(STDERR_FILENO) != 0);
+    Session session(socket, peer,
+                    {options.timeout, options.timeoutGiven, isatty(STDERR_FILENO) != 0});
     bool intact =
         options.commands.empty() ? runInteractive(session) : runCommands(session, options.commands);
     return intact && !session.sawErrorReply() ? 0 : kErrorExit;

@@ -34,7 +34,9 @@ bool applyOption(const std::string& name, const std::string& value, ClientOption
         options.host = value;
     } else if (name == "--port") {
         if (!parsePort(value, options.port)) error = "--port needs a number from 1 to 65535";
-    } else if (!parseTimeout(value, options.timeout)) {
+    } else if (parseTimeout(value, options.timeout)) {
+        options.timeoutGiven = true;
+    } else {
         error = "--timeout needs a positive number of seconds";
     }
     return error.empty();
@@ -64,8 +66,8 @@ bool parseClientOptions(int argc, const char* const* argv, ClientOptions& option
             optionsEnded = true;
             continue;
         }
-        if (argument == "--help") {
-            options.help = true;
+        if (argument == "--help" || argument == "--version") {
+            (argument == "--help" ? options.help : options.version) = true;
             continue;
         }
         size_t equals = argument.find('=');
@@ -89,7 +91,7 @@ bool parseClientOptions(int argc, const char* const* argv, ClientOptions& option
 }
 
 const char* clientUsageText() {
-    return "Usage: rcclient [--host H] [--port P] [--timeout S] [COMMAND ...]\n"
+    return "Usage: rcclient [--host H] [--port P] [--timeout S] [--version] [COMMAND ...]\n"
            "\n"
            "Sends remote-control commands such as 'START(0,10,0.1,run.txt,10)' one at a time and\n"
            "prints every reply line. Without commands, reads one command per line from standard\n"
@@ -97,14 +99,23 @@ const char* clientUsageText() {
            "\n"
            "  --host H     server host name or address (default: 127.0.0.1)\n"
            "  --port P     server port (default: 59876)\n"
-           "  --timeout S  seconds to wait for the connection and for an answer; START waits\n"
-           "               for count x time plus this (default: 5)\n"
+           "  --timeout S  seconds to wait for the connection and for a command's replies\n"
+           "               (default: 5); when given, an accepted START also waits at most\n"
+           "               count x time plus S for its final line\n"
+           "  --version    print the version\n"
            "  --help       show this text\n"
            "\n"
-           "START waits for the acquisition's reply; Ctrl-C meanwhile sends STOP() and keeps\n"
-           "waiting for that reply (a second Ctrl-C quits). GUI_ISRUNNING waits for YES or NO.\n"
-           "Commands that answer nothing on success (STOP, GUI_START, GUI_SETFILE, GUI_STOP)\n"
-           "wait 0.2 s for a possible error line.\n"
+           "Each command goes out followed by the line GUI_SETFILE(), whose answer \"ERROR:\n"
+           "INVALID NUMBER OF PARAMETERS (MUST BE 2)\" marks the end of the command's replies\n"
+           "(it is not printed). So a command that answers nothing on success returns after one\n"
+           "round trip, and N of them take about N round trips. A GUI_SETFILE without two\n"
+           "arguments answers that text itself and is sent alone.\n"
+           "\n"
+           "START waits for the acquisition's final line (OK or ERROR: ACQUISITION FAILED),\n"
+           "without a limit unless --timeout is given, showing elapsed and expected seconds on\n"
+           "standard error when it is a terminal; Ctrl-C meanwhile sends STOP() and keeps\n"
+           "waiting for that line (a second Ctrl-C quits). A final line that ends an earlier\n"
+           "client's acquisition is not printed; standard error says it was dropped.\n"
            "\n"
            "Exit status: 0 when no reply began with \"ERROR: \", 1 when one did or the\n"
            "connection failed during the session, 2 when the server could not be reached or\n"

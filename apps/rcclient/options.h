@@ -1,7 +1,8 @@
-// rcclient's command line: rcclient [--host H] [--port P] [--timeout S] [COMMAND ...]
+// rcclient's command line: rcclient [--host H] [--port P] [--timeout S] [--version] [COMMAND ...]
 //
 // Options take their value as the next argument or after "="; "--" ends the options. The port
-// must be 1..65535 and the time-out a positive number of seconds (default 5). Commands must not
+// must be 1..65535 and the time-out a positive number of seconds (default 5); whether it was given
+// decides whether it also bounds an accepted START's wait for its final line. Commands must not
 // hold line breaks, since each would split into several commands on the wire.
 #pragma once
 
@@ -17,8 +18,10 @@ struct ClientOptions {
     std::string host = "127.0.0.1";
     unsigned short port = kDefaultPort;
     double timeout = kDefaultTimeout;
+    bool timeoutGiven = false;
     std::vector<std::string> commands;
     bool help = false;
+    bool version = false;
 };
 
 // True when the arguments are well-formed; otherwise false with a one-line `error`.

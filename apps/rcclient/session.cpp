@@ -4,17 +4,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-
-#include "apps/rcclient/commands.h"
+#include <vector>
 
 namespace rcclient {
 
 namespace {
 
-constexpr double kGraceSeconds = 0.2;
 constexpr double kPollSeconds = 0.2;
 constexpr double kSendSeconds = 1.0;
-constexpr int kTimeoutCode = -10;
 constexpr const char* kErrorPrefix = "ERROR: ";
 constexpr const char* kStopCommand = "STOP()";
 constexpr const char* kQuitCommand = "QUIT()";
@@ -27,102 +24,85 @@ void clearProgress() {
 
 Step Session::run(const std::string& line) {
     std::string command = trimCommand(line);
-    ReplyRule rule = replyRule(command);
-    if (rule == ReplyRule::Blank) return Step::Next;
-    Step pending = printPending();
-    if (pending != Step::Next) return pending;
-    if (rule == ReplyRule::Start) return runStart(command);
-    if (!send(command)) return Step::Broken;
-    switch (rule) {
-        case ReplyRule::Quit:
-            return Step::Quit;
-        case ReplyRule::Answer:
-            return awaitAnswer(command, mTimeout);
-        default:
-            return awaitPossibleError();
-    }
+    LineKind kind = classifyCommand(command);
+    if (kind == LineKind::Blank) return Step::Next;
+    if (kind == LineKind::Quit) return send(command) ? Step::Quit : Step::Broken;
+    if (kind == LineKind::Start) return runStart(command);
+    unsigned long ticket = 0;
+    if (!sendCommand(command, kind, ticket)) return Step::Broken;
+    return readUntil([&] { return mPairing.answered(ticket); }, getPrecTime() + mSettings.timeout,
+                     command, nullptr);
 }
 
 void Session::quit() {
-    mSocket.sendLine(kQuitCommand, kSendSeconds);
+    send(kQuitCommand);
 }
 
 // The Ctrl-C handler goes in before START is sent, so that an interrupt at any moment of the
 // acquisition turns into STOP() rather than ending the client.
 Step Session::runStart(const std::string& command) {
-    double expected = 0.0;
-    bool hasExpected = startDuration(command, expected);
+    StartWatch watch{false, 0.0, 0.0, nullptr};
+    watch.hasExpected = startDuration(command, watch.expected);
     StopOnInterrupt interrupt;
-    if (!send(command)) return Step::Broken;
-    StartWatch watch{hasExpected, expected, &interrupt};
-    double budget = (hasExpected ? expected : 0.0) + mTimeout;
-    std::string line;
-    Received received = receive(budget, line, &watch);
-    if (mShowProgress) clearProgress();
-    if (received == Received::Line) {
-        printReply(line);
-        return Step::Next;
+    watch.interrupt = &interrupt;
+    unsigned long ticket = 0;
+    if (!sendCommand(command, LineKind::Start, ticket)) return Step::Broken;
+    watch.started = getPrecTime();
+    mFinalArrived = false;
+    Step step = readUntil([&] { return mPairing.answered(ticket); },
+                          watch.started + mSettings.timeout, command, &watch);
+    if (step == Step::Next && mPairing.acquisitionPending()) {
+        double budget = (watch.hasExpected ? watch.expected : 0.0) + mSettings.timeout;
+        double deadline = mSettings.boundAcquisition ? watch.started + budget : kNoDeadline;
+        step = readUntil([&] { return mFinalArrived; }, deadline, command, &watch);
     }
-    return report(received, command, budget);
+    if (mSettings.showProgress) clearProgress();
+    return step;
 }
 
-Step Session::awaitAnswer(const std::string& command, double seconds) {
-    std::string line;
-    Received received = receive(seconds, line, nullptr);
-    if (received == Received::Line) {
-        printReply(line);
-        return Step::Next;
-    }
-    return report(received, command, seconds);
-}
-
-Step Session::awaitPossibleError() {
-    std::string line;
-    Received received = receive(kGraceSeconds, line, nullptr);
-    if (received == Received::Line) printReply(line);
-    if (received == Received::Line || received == Received::TimedOut) return Step::Next;
-    return report(received, "", 0.0);
-}
-
-Step Session::printPending() {
-    for (;;) {
+// Waits go in short slices, for the progress display and so that a Ctrl-C (which cuts a wait
+// short with EINTR) is acted on at once.
+template <typename Done>
+Step Session::readUntil(Done done, double deadline, const std::string& command, StartWatch* watch) {
+    std::vector<Routed> routed;
+    while (!done()) {
+        if (watch != nullptr) watchTick(*watch);
+        double now = getPrecTime();
+        if (now >= deadline) return report(LineReader::Result::None, command);
         std::string line;
-        int result = mSocket.getLine(line, 0.0);
-        if (result == kTimeoutCode) return Step::Next;
-        if (result != 0 || line.empty())
-            return report(result == 0 ? Received::Closed : Received::Failed, "", 0.0);
-        printReply(line);
+        LineReader::Result result = mReader.next(line, std::min(deadline - now, kPollSeconds));
+        if (result == LineReader::Result::None) continue;
+        if (result != LineReader::Result::Line) return report(result, command);
+        routed.clear();
+        mPairing.take(line, routed);
+        for (const Routed& entry : routed)
+            handle(entry, watch);
     }
+    return Step::Next;
 }
 
-// A line may already sit in the socket's line buffer, where a readiness wait cannot see it, so
-// the buffer is asked first. Waits then go in short slices, for the progress display and so that
-// a Ctrl-C (which cuts a wait short with EINTR) is acted on at once.
-Session::Received Session::receive(double seconds, std::string& line, StartWatch* watch) {
-    int result = mSocket.getLine(line, 0.0);
-    if (result != kTimeoutCode)
-        return result != 0 ? Received::Failed : line.empty() ? Received::Closed : Received::Line;
-    double start = getPrecTime();
-    for (;;) {
-        double elapsed = getPrecTime() - start;
-        if (watch != nullptr) watchTick(*watch, elapsed);
-        if (elapsed >= seconds) return Received::TimedOut;
-        int ready = mSocket.recvReady(std::min(seconds - elapsed, kPollSeconds));
-        if (ready == kTimeoutCode || (ready != 0 && errno == EINTR)) continue;
-        if (ready != 0) return Received::Failed;
-        result = mSocket.getLine(line, mTimeout);
-        if (result == 0) return line.empty() ? Received::Closed : Received::Line;
-        if (result != kTimeoutCode && errno != EINTR) return Received::Failed;
+void Session::handle(const Routed& routed, StartWatch* watch) {
+    if (watch != nullptr && mSettings.showProgress) clearProgress();
+    if (routed.kind == Routed::Kind::Stray) {
+        std::fprintf(stderr,
+                     "rcclient: dropped \"%s\": no acquisition of this client was pending, so it "
+                     "ends an earlier client's START\n",
+                     routed.line.c_str());
+        return;
     }
+    if (routed.kind == Routed::Kind::Final) mFinalArrived = true;
+    printReply(routed.line);
 }
 
-void Session::watchTick(StartWatch& watch, double elapsed) {
+void Session::watchTick(StartWatch& watch) {
     if (watch.interrupt->takeStopRequest()) {
-        if (mShowProgress) clearProgress();
+        if (mSettings.showProgress) clearProgress();
         std::fprintf(stderr, "rcclient: interrupted, sending %s\n", kStopCommand);
-        send(kStopCommand);
+        unsigned long ticket = 0;
+        sendCommand(kStopCommand, LineKind::Other, ticket);
     }
-    if (!mShowProgress) return;
+    if (!mSettings.showProgress) return;
+    double elapsed = getPrecTime() - watch.started;
     if (watch.hasExpected)
         std::fprintf(stderr, "\rSTART: %.1f s of %.1f s", elapsed, watch.expected);
     else
@@ -130,18 +110,27 @@ void Session::watchTick(StartWatch& watch, double elapsed) {
     std::fflush(stderr);
 }
 
-bool Session::send(const std::string& line) {
-    if (mSocket.sendLine(line, kSendSeconds) > 0) return true;
+// The command and its sync line go out in one write, so the server never waits for the sync.
+bool Session::sendCommand(const std::string& command, LineKind kind, unsigned long& ticket) {
+    std::string text = kind == LineKind::SelfSync ? command : command + "\n" + kSyncCommand;
+    if (!send(text)) return false;
+    ticket = mPairing.sent(kind);
+    return true;
+}
+
+bool Session::send(const std::string& text) {
+    if (mSocket.sendLine(text, kSendSeconds) > 0) return true;
     std::fprintf(stderr, "rcclient: could not send to %s: %s\n", mPeer.c_str(),
                  std::strerror(errno));
     return false;
 }
 
-Step Session::report(Received received, const std::string& command, double seconds) {
-    if (received == Received::TimedOut)
-        std::fprintf(stderr, "rcclient: no reply to %s from %s within %g s\n", command.c_str(),
-                     mPeer.c_str(), seconds);
-    else if (received == Received::Closed)
+Step Session::report(LineReader::Result result, const std::string& command) {
+    if (mSettings.showProgress) clearProgress();
+    if (result == LineReader::Result::None)
+        std::fprintf(stderr, "rcclient: no reply to %s from %s within the time-out\n",
+                     command.c_str(), mPeer.c_str());
+    else if (result == LineReader::Result::Closed)
         std::fprintf(stderr, "rcclient: %s closed the connection\n", mPeer.c_str());
     else
         std::fprintf(stderr, "rcclient: connection to %s failed: %s\n", mPeer.c_str(),

@@ -1,16 +1,21 @@
-// One connection's worth of commands: sends each command, waits as its reply rule says, and
-// prints every reply line on standard output (flushed at once, so scripts see lines as they come).
+// One connection's worth of commands: sends each command (with the sync line, see pairing.h),
+// waits until its replies are complete, and prints every reply line on standard output (flushed
+// at once, so scripts see lines as they come). A silent command thus costs one round trip.
 //
-// Before each command, lines that arrived unasked (a late error, or the reply to an acquisition
-// that an earlier client started) are printed first. START waits count x time plus the time-out,
-// showing elapsed and expected seconds on standard error when `showProgress` is set; Ctrl-C then
-// sends STOP(). GUI_ISRUNNING waits the time-out; the other commands wait the 0.2 s grace period.
-// Problems with the connection are described on standard error and end the session.
+// Waits: a command's replies, the time-out. An accepted START then waits for its final line
+// with no limit, or count x time plus the time-out when `boundAcquisition` is set; meanwhile
+// elapsed and expected seconds show on standard error when `showProgress` is set, and Ctrl-C
+// sends STOP(). A final line from an earlier client's START is not printed; standard error says
+// that it was dropped. Problems with the connection are described on standard error and end the
+// session.
 #pragma once
 
+#include <limits>
 #include <string>
 
 #include "apps/rcclient/interrupt.h"
+#include "apps/rcclient/linereader.h"
+#include "apps/rcclient/pairing.h"
 #include "net/sockets.h"
 
 namespace rcclient {
@@ -18,10 +23,16 @@ namespace rcclient {
 // What the caller does after a command.
 enum class Step { Next, Quit, Broken };
 
+struct SessionSettings {
+    double timeout;
+    bool boundAcquisition;
+    bool showProgress;
+};
+
 class Session {
 public:
-    Session(TCPSocket& socket, std::string peer, double timeout, bool showProgress)
-        : mSocket(socket), mPeer(std::move(peer)), mTimeout(timeout), mShowProgress(showProgress) {}
+    Session(TCPSocket& socket, std::string peer, SessionSettings settings)
+        : mSocket(socket), mReader(socket), mPeer(std::move(peer)), mSettings(settings) {}
 
     Step run(const std::string& line);
     // Ends the session politely; the server closes its side on QUIT().
@@ -29,28 +40,33 @@ public:
     bool sawErrorReply() const { return mSawError; }
 
 private:
-    enum class Received { Line, TimedOut, Closed, Failed };
+    static constexpr double kNoDeadline = std::numeric_limits<double>::infinity();
+
     struct StartWatch {
         bool hasExpected;
         double expected;
+        double started;
         StopOnInterrupt* interrupt;
     };
 
     Step runStart(const std::string& command);
-    Step awaitAnswer(const std::string& command, double seconds);
-    Step awaitPossibleError();
-    Step printPending();
-    Received receive(double seconds, std::string& line, StartWatch* watch);
-    void watchTick(StartWatch& watch, double elapsed);
-    bool send(const std::string& line);
-    Step report(Received received, const std::string& command, double seconds);
+    // Reads and routes lines until `done()` holds or `deadline` (getPrecTime seconds) passes.
+    template <typename Done>
+    Step readUntil(Done done, double deadline, const std::string& command, StartWatch* watch);
+    void handle(const Routed& routed, StartWatch* watch);
+    void watchTick(StartWatch& watch);
+    bool sendCommand(const std::string& command, LineKind kind, unsigned long& ticket);
+    bool send(const std::string& text);
+    Step report(LineReader::Result result, const std::string& command);
     void printReply(const std::string& line);
 
     TCPSocket& mSocket;
+    LineReader mReader;
+    ReplyPairing mPairing;
     const std::string mPeer;
-    const double mTimeout;
-    const bool mShowProgress;
+    const SessionSettings mSettings;
     bool mSawError = false;
+    bool mFinalArrived = false;
 };
 
 }  // namespace rcclient

@@ -95,8 +95,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "znhost: %s\n\n%s", error.c_str(), usageText());
         return kFailureExit;
     }
-    if (options.help) {
-        std::fputs(usageText(), stdout);
+    if (options.help || options.version) {
+        std::fputs(options.help ? usageText() : "znhost " REMOTECTRL_VERSION "\n", stdout);
         return 0;
     }
     HostConfig config = defaultHostConfig();

@@ -30,7 +30,7 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
         bool hasValue = false;
         splitArgument(argv[i], name, value, hasValue);
         bool takesValue = name == "--plugin" || valueTarget(name, options) != nullptr;
-        bool isFlag = name == "--trace" || name == "--help";
+        bool isFlag = name == "--trace" || name == "--help" || name == "--version";
         if (!takesValue && !isFlag) {
             error = std::strncmp(argv[i], "-", 1) == 0 ? "unknown option " + name
                                                        : "unexpected argument " + name;
@@ -41,7 +41,10 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
                 error = "option " + name + " takes no value";
                 return false;
             }
-            (name == "--trace" ? options.trace : options.help) = true;
+            bool& flag = name == "--trace"  ? options.trace
+                         : name == "--help" ? options.help
+                                            : options.version;
+            flag = true;
             continue;
         }
         if (!hasValue) {
@@ -65,7 +68,7 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
 
 const char* usageText() {
     return "Usage: znhost [--config FILE] [--settings-dir DIR] [--data-dir DIR] [--trace]\n"
-           "              [--plugin PATH]... [--help]\n"
+           "              [--plugin PATH]... [--version] [--help]\n"
            "\n"
            "A stand-in device-control host: loads plug-in modules, simulates devices and runs\n"
            "until SIGINT or SIGTERM.\n"
@@ -77,6 +80,7 @@ const char* usageText() {
            "  --trace             write every call a plug-in makes on the host to stderr\n"
            "  --plugin PATH       plug-in module to load; may be repeated\n"
            "                      (default: ../lib/remotectrl.so beside this program)\n"
+           "  --version           print the version\n"
            "  --help              show this text\n"
            "\n"
            "Prints \"loaded NAME: DESCRIPTION\" for each plug-in and \"ready\" once started, and\n"

@@ -17,6 +17,7 @@ struct Options {
     bool trace = false;
     std::vector<std::string> plugins;
     bool help = false;
+    bool version = false;
 };
 
 // True when the arguments are well-formed; otherwise false with a one-line `error`.

@@ -89,6 +89,7 @@ TEST(RcclientOptions, DefaultsAndCommandsInOrder) {
     EXPECT_EQ(options.host, "127.0.0.1");
     EXPECT_EQ(options.port, 59876);
     EXPECT_EQ(options.timeout, 5.0);
+    EXPECT_FALSE(options.timeoutGiven);
     EXPECT_EQ(options.commands, (std::vector<std::string>{"GUI_START(0)", "GUI_ISRUNNING(0)"}));
 }
 
@@ -102,6 +103,7 @@ TEST(RcclientOptions, ValuesAndDoubleDash) {
     EXPECT_EQ(options.host, "localhost");
     EXPECT_EQ(options.port, 1234);
     EXPECT_EQ(options.timeout, 0.5);
+    EXPECT_TRUE(options.timeoutGiven);
     EXPECT_EQ(options.commands, (std::vector<std::string>{"--not-an-option"}));
 }
 
