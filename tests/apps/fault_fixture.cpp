@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <thread>
 #include <utility>
 
@@ -120,13 +121,24 @@ bool isWellFormedReply(const std::string& line) {
     return ::testing::AssertionSuccess();
 }
 
+void FaultTest::expectStopsCleanly(const std::string& what) {
+    auto signalled = std::chrono::steady_clock::now();
+    mHost.sendSignal(SIGTERM);
+    ASSERT_TRUE(mHost.waitForExit(kStopBound)) << "znhost did not stop; stderr:\n" << hostStderr();
+    std::chrono::duration<double> took = std::chrono::steady_clock::now() - signalled;
+    std::printf("[ stop     ] %s: znhost exited %.2f s after SIGTERM\n", what.c_str(),
+                took.count());
+    std::fflush(stdout);
+    EXPECT_EQ(mHost.exitCode(), 0) << "stderr:\n" << hostStderr();
+    std::vector<std::string> out = splitLines(hostStdout());
+    EXPECT_TRUE(!out.empty() && out.back() == "closed") << hostStdout();
+}
+
 void FaultTest::expectRecoveredAndStops() {
     ASSERT_TRUE(hostAlive()) << "znhost ended; stderr:\n" << hostStderr();
     EXPECT_TRUE(servesCleanly());
     EXPECT_TRUE(waitForIdleCounts());
-    mHost.sendSignal(SIGTERM);
-    ASSERT_TRUE(mHost.waitForExit(kStopBound)) << "znhost did not stop after SIGTERM";
-    EXPECT_EQ(mHost.exitCode(), 0) << "stderr:\n" << hostStderr();
+    expectStopsCleanly(::testing::UnitTest::GetInstance()->current_test_info()->name());
 }
 
 }  // namespace apps_test

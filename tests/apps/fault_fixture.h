@@ -36,7 +36,10 @@ protected:
                                                  std::vector<std::string>& before) const;
     // QUIT() and a bounded wait for the server's close: the session is over on both sides.
     static ::testing::AssertionResult quitSession(RawClient& client);
-    // The end of every fault test: clean service, idle counts, and a stop with status 0.
+    // SIGTERM and a wait bounded by kStopBound; prints how long the stop took, and expects status
+    // 0 and "closed" as the last line of standard output.
+    void expectStopsCleanly(const std::string& what);
+    // The end of every fault test: clean service, idle counts, and a clean stop.
     void expectRecoveredAndStops();
 
     bool hostAlive() { return !mHost.waitForExit(milliseconds(0)); }

@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdio>
 #include <string>
 
 #include "tests/apps/fault_fixture.h"
@@ -26,21 +24,7 @@ void PrintTo(const SignalCase& row, std::ostream* out) {
     *out << row.name;
 }
 
-class SigtermTest : public FaultTest, public ::testing::WithParamInterface<SignalCase> {
-protected:
-    // SIGTERM, a wait bounded by kStopBound, and the outcome of a clean stop.
-    void expectStopsCleanly() {
-        auto signalled = std::chrono::steady_clock::now();
-        mHost.sendSignal(SIGTERM);
-        ASSERT_TRUE(mHost.waitForExit(kStopBound)) << "znhost did not stop; stderr:\n"
-                                                   << hostStderr();
-        std::chrono::duration<double> took = std::chrono::steady_clock::now() - signalled;
-        std::printf("[ stop     ] %s: znhost exited %.2f s after SIGTERM\n", GetParam().name,
-                    took.count());
-        EXPECT_EQ(mHost.exitCode(), 0) << "stderr:\n" << hostStderr();
-        EXPECT_EQ(splitLines(hostStdout()).back(), "closed");
-    }
-};
+class SigtermTest : public FaultTest, public ::testing::WithParamInterface<SignalCase> {};
 
 TEST_P(SigtermTest, ExitsZeroAndClosesEveryConnection) {
     ASSERT_TRUE(startServing({"--trace"}));
@@ -60,7 +44,7 @@ TEST_P(SigtermTest, ExitsZeroAndClosesEveryConnection) {
         ASSERT_TRUE(second.connect(mPort, kReplyBound));
         ASSERT_TRUE(second.sendLine("GUI_ISRUNNING(0)"));
     }
-    expectStopsCleanly();
+    expectStopsCleanly(GetParam().name);
     EXPECT_TRUE(first.waitForClose(kReplyBound));
     if (GetParam().state == AtSignal::ClientInBacklog) {
         EXPECT_FALSE(second.readLine(line, kReplyBound)) << "a waiting client was served: " << line;
@@ -83,10 +67,8 @@ TEST_F(FaultTest, PortHeldByAnotherListenerIsLoggedAndStopStillReturns) {
     EXPECT_TRUE(waitForHostStderr("[remotectrl] " + cannotListenMessage(mPort) + "\n"))
         << hostStderr();
     ASSERT_TRUE(hostAlive());
-    mHost.sendSignal(SIGTERM);
-    ASSERT_TRUE(mHost.waitForExit(kStopBound)) << "znhost did not stop";
-    EXPECT_EQ(mHost.exitCode(), 0) << "stderr:\n" << hostStderr();
-    EXPECT_EQ(splitLines(hostStdout()).back(), "closed");
+    // The server never listened, so onClose waits out its whole time-out.
+    expectStopsCleanly("port held by another listener");
 }
 
 TEST_F(FaultTest, PortHeldByAnotherZnhost) {

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -60,7 +62,11 @@ void runCycle(const CloseCase& row) {
     host.settingsDir = settings.path();
     host.devices = {&device};
     host.filtered = {&device};
-    PortBlocker blocker(row.state == AtClose::PortTaken ? port : 0);
+    std::unique_ptr<PortBlocker> blocker;
+    if (row.state == AtClose::PortTaken) {
+        blocker = std::make_unique<PortBlocker>(port);
+        ASSERT_TRUE(blocker->listening());
+    }
     const std::string logEntry = "remotectrl|0|" + cannotListenMessage(port);
 
     void* module = dlopen(PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
