@@ -76,9 +76,17 @@ class ClientTest(ZnhostTestCase):
             self.assertEqual(raised.exception.reply, reply)
         self.assertFalse(client.gui_is_running(0))
 
+    def start_long(self, client):
+        """Starts a long acquisition and waits until the device runs it: a STOP that reaches the
+        simulated device before that finds nothing to abort, and is lost."""
+        count = len(self.host.trace_lines())
+        client.start(0, 1, 600, "", 10, wait=False)
+        running = 'sim0.runAcquisition(1, 600, 1, "")'
+        self.assertTrue(wait_until(lambda: running in self.host.trace_lines()[count:], REPLY_BOUND))
+
     def test_start_without_waiting_then_stop(self):
         client = self.connect()
-        client.start(0, 1, 600, "", 10, wait=False)
+        self.start_long(client)
         with self.assertRaises(remotectrl.RemoteError) as raised:
             client.start(0, 1, 0, "", 10)
         self.assertEqual(raised.exception.reply, "ERROR: ACQ ALREADY RUNNING")
@@ -92,7 +100,7 @@ class ClientTest(ZnhostTestCase):
 
     def test_wait_acquisition_time_out_keeps_it_pending(self):
         client = self.connect()
-        client.start(0, 1, 600, "", 10, wait=False)
+        self.start_long(client)
         with self.assertRaises(TimeoutError):
             client.wait_acquisition(timeout=0.05)
         client.stop()

@@ -9,9 +9,14 @@ from znhost_process import REPLY_BOUND, ZnhostTestCase, wait_until
 
 
 class SessionTest(ZnhostTestCase):
+    host_args = ("--trace",)
+
     def test_stray_final_line_from_an_earlier_client_is_dropped(self):
         with self.host.client() as earlier:
             earlier.start(0, 1, 600, "", 10, wait=False)
+            # A STOP that reaches the simulated device before it runs the acquisition is lost.
+            running = 'sim0.runAcquisition(1, 600, 1, "")'
+            self.assertTrue(wait_until(lambda: running in self.host.trace_lines(), REPLY_BOUND))
         later = self.connect()
         with self.assertLogs("remotectrl", "WARNING") as logs:
             later.stop()  # the earlier client's acquisition now ends; its final line comes here
