@@ -98,6 +98,19 @@ class ClientTest(ZnhostTestCase):
             client.wait_acquisition(timeout=0)
         client.start(0, 1, 0, "", 10)
 
+    def test_sync_line_is_answered_without_a_host_call_in_both_states(self):
+        client = self.connect()
+        for state in ["idle", "acquiring"]:
+            with self.subTest(state):
+                if state == "acquiring":
+                    self.start_long(client)
+                calls = self.host.trace_lines()
+                self.assertEqual(client.send_raw(_syntax.SYNC_COMMAND), [_syntax.SYNC_REPLY])
+                self.assertEqual(self.host.trace_lines(), calls)
+        client.stop()
+        with self.assertRaises(remotectrl.AcquisitionFailed):
+            client.wait_acquisition(timeout=REPLY_BOUND)
+
     def test_wait_acquisition_time_out_keeps_it_pending(self):
         client = self.connect()
         self.start_long(client)
