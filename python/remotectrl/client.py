@@ -95,7 +95,11 @@ class Client:
             raise AcquisitionFailed(final)
 
     def stop(self):
-        """Aborts the running acquisition; its end is still collected by wait_acquisition()."""
+        """Aborts the running acquisition; its end is still collected by wait_acquisition().
+
+        The server hands STOP to the device at once: one that arrives before the device has
+        begun the acquisition (right after start() returns) may find nothing to abort.
+        """
         self._expect_silence(self._exchange("STOP()"))
 
     # -- devcontrol ------------------------------------------------------------------------------
