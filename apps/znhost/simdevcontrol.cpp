@@ -9,7 +9,7 @@ constexpr const char* kTarget = "devcontrol";
 }  // namespace
 
 int SimDevControl::setFile(zn::IDev* device, const char* fileName, int flag) {
-    mTracer.call(kTarget, "setFile", {nameOf(device), traceQuoted(fileName), traceNumber(flag)});
+    mTracer.call(kTarget, "setFile", nameOf(device), Quoted{fileName}, flag);
     if (find(device) == nullptr) return -1;
     std::lock_guard<std::mutex> lock(mMutex);
     mFiles[device] = fileName == nullptr ? "" : fileName;
@@ -17,7 +17,7 @@ int SimDevControl::setFile(zn::IDev* device, const char* fileName, int flag) {
 }
 
 int SimDevControl::start(zn::IDev* device) {
-    mTracer.call(kTarget, "start", {nameOf(device)});
+    mTracer.call(kTarget, "start", nameOf(device));
     if (find(device) == nullptr) return -1;
     std::lock_guard<std::mutex> lock(mMutex);
     mRunning.insert(device);
@@ -25,7 +25,7 @@ int SimDevControl::start(zn::IDev* device) {
 }
 
 int SimDevControl::stop(zn::IDev* device) {
-    mTracer.call(kTarget, "stop", {nameOf(device)});
+    mTracer.call(kTarget, "stop", nameOf(device));
     if (find(device) == nullptr) return -1;
     std::lock_guard<std::mutex> lock(mMutex);
     mRunning.erase(device);
@@ -33,7 +33,7 @@ int SimDevControl::stop(zn::IDev* device) {
 }
 
 bool SimDevControl::isRunning(zn::IDev* device) {
-    mTracer.call(kTarget, "isRunning", {nameOf(device)});
+    mTracer.call(kTarget, "isRunning", nameOf(device));
     std::lock_guard<std::mutex> lock(mMutex);
     return mRunning.count(device) != 0;
 }
@@ -56,7 +56,7 @@ std::string SimDevControl::nameOf(const zn::IDev* device) const {
 }
 
 void* SimPluginHandle::privateInterface() {
-    mTracer.call(mName, "privateInterface", {});
+    mTracer.call(mName, "privateInterface");
     return mPlugin != nullptr ? mPlugin->privateInterface() : mInterface;
 }
 

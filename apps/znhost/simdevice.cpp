@@ -31,8 +31,7 @@ SimDevice::SimDevice(DeviceConfig config, std::string dataDir, const Tracer& tra
     : mConfig(std::move(config)), mDataDir(std::move(dataDir)), mTracer(tracer) {}
 
 int SimDevice::runAcquisition(int count, double time, int flag, const char* fileName) {
-    mTracer.call(mConfig.name, "runAcquisition",
-                 {traceNumber(count), traceNumber(time), traceNumber(flag), traceQuoted(fileName)});
+    mTracer.call(mConfig.name, "runAcquisition", count, time, flag, Quoted{fileName});
     std::string file = fileName == nullptr ? "" : fileName;
     if (!validRequest(count, time)) return -1;
     if (!file.empty() && !isSafeDataPath(file)) {
@@ -51,7 +50,7 @@ int SimDevice::runAcquisition(int count, double time, int flag, const char* file
 }
 
 int SimDevice::abortAcquisition() {
-    mTracer.call(mConfig.name, "abortAcquisition", {});
+    mTracer.call(mConfig.name, "abortAcquisition");
     std::lock_guard<std::mutex> lock(mMutex);
     if (!mRunning) return -1;
     mAbortRequested = true;
@@ -60,8 +59,7 @@ int SimDevice::abortAcquisition() {
 }
 
 int SimDevice::setThreshold(int selector, int kind, double value) {
-    mTracer.call(mConfig.name, "setThreshold",
-                 {traceNumber(selector), traceNumber(kind), traceNumber(value)});
+    mTracer.call(mConfig.name, "setThreshold", selector, kind, value);
     if (mConfig.setThresholdResult != 0) return mConfig.setThresholdResult;
     std::lock_guard<std::mutex> lock(mMutex);
     mThreshold = value;
@@ -69,7 +67,7 @@ int SimDevice::setThreshold(int selector, int kind, double value) {
 }
 
 int SimDevice::thresholdRange(int selector, int kind, double* minValue, double* maxValue) {
-    mTracer.call(mConfig.name, "thresholdRange", {traceNumber(selector), traceNumber(kind)});
+    mTracer.call(mConfig.name, "thresholdRange", selector, kind);
     if (!mConfig.reportRange) return 0;
     if (minValue != nullptr) *minValue = mConfig.thresholdMin;
     if (maxValue != nullptr) *maxValue = mConfig.thresholdMax;

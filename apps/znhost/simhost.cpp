@@ -60,14 +60,14 @@ int SimHost::log(const char* source, int /*level*/, const char* format, ...) {
 }
 
 int SimHost::listDevices(zn::IPtrList<zn::IDev*>* list) {
-    mTracer.call(kTarget, "listDevices", {});
+    mTracer.call(kTarget, "listDevices");
     for (const std::unique_ptr<SimDevice>& device : mDevices)
         list->add(device.get());
     return 0;
 }
 
 int SimHost::listDevicesFiltered(zn::IPtrList<zn::IDev*>* list, int filter) {
-    mTracer.call(kTarget, "listDevicesFiltered", {traceNumber(filter)});
+    mTracer.call(kTarget, "listDevicesFiltered", filter);
     if (filter != kKnownFilter) return 0;
     for (const std::unique_ptr<SimDevice>& device : mDevices)
         if (device->filtered()) list->add(device.get());
@@ -75,7 +75,7 @@ int SimHost::listDevicesFiltered(zn::IPtrList<zn::IDev*>* list, int filter) {
 }
 
 zn::IPluginHandle* SimHost::findPlugin(const char* name) {
-    mTracer.call(kTarget, "findPlugin", {traceQuoted(name)});
+    mTracer.call(kTarget, "findPlugin", Quoted{name});
     if (name == nullptr) return nullptr;
     std::string wanted = name;
     if (mDevControlHandle && wanted == mDevControlHandle->name()) return mDevControlHandle.get();
@@ -85,7 +85,7 @@ zn::IPluginHandle* SimHost::findPlugin(const char* name) {
 }
 
 const char* SimHost::configDir() {
-    mTracer.call(kTarget, "configDir", {});
+    mTracer.call(kTarget, "configDir");
     return mConfigDir.c_str();
 }
 

@@ -67,9 +67,8 @@ std::string formatTraceCall(std::string_view target, std::string_view operation,
     return line;
 }
 
-void Tracer::call(std::string_view target, std::string_view operation,
-                  std::initializer_list<std::string_view> args) const {
-    if (!mEnabled) return;
+void Tracer::write(std::string_view target, std::string_view operation,
+                   std::initializer_list<std::string_view> args) const {
     writeLine(mFd, "trace: " + formatTraceCall(target, operation, args));
 }
 

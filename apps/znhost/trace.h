@@ -22,16 +22,43 @@ std::string traceNumber(int value);
 std::string formatTraceCall(std::string_view target, std::string_view operation,
                             std::initializer_list<std::string_view> args);
 
+// A string argument shown in quotes (file and plug-in names); other texts (device names) are
+// shown as they are.
+struct Quoted {
+    const char* text;
+};
+
+inline std::string traceArgument(int value) {
+    return traceNumber(value);
+}
+inline std::string traceArgument(double value) {
+    return traceNumber(value);
+}
+inline std::string traceArgument(Quoted value) {
+    return traceQuoted(value.text);
+}
+inline std::string_view traceArgument(std::string_view text) {
+    return text;
+}
+
 class Tracer {
 public:
     // A disabled tracer writes nothing; `fd` is where enabled lines go (standard error in znhost).
     Tracer(bool enabled, int fd) : mEnabled(enabled), mFd(fd) {}
 
     bool enabled() const { return mEnabled; }
-    void call(std::string_view target, std::string_view operation,
-              std::initializer_list<std::string_view> args = {}) const;
+
+    // Takes the arguments as the plug-in passed them and formats them only when tracing is on:
+    // every call of every command passes through here.
+    template <typename... Args>
+    void call(std::string_view target, std::string_view operation, const Args&... args) const {
+        if (mEnabled) write(target, operation, {std::string_view(traceArgument(args))...});
+    }
 
 private:
+    void write(std::string_view target, std::string_view operation,
+               std::initializer_list<std::string_view> args) const;
+
     bool mEnabled;
     int mFd;
 };
