@@ -21,11 +21,21 @@ Clock::duration toDuration(double seconds) {
         std::chrono::duration<double>(std::min(seconds, kMaxWaitSeconds)));
 }
 
+// A remote client must not be able to fill the disk of the machine running the simulator.
+constexpr unsigned long long kMaxValuesPerFile = 50000000;  // about 300 MB of text
+
 bool validRequest(int count, double time) {
     return count >= 0 && std::isfinite(time) && time >= 0;
 }
 
 }  // namespace
+
+bool SimDevice::fileTooLarge(int count) const {
+    const unsigned long long values = static_cast<unsigned long long>(count) *
+                                      static_cast<unsigned long long>(mConfig.frameWidth) *
+                                      static_cast<unsigned long long>(mConfig.frameHeight);
+    return values > kMaxValuesPerFile;
+}
 
 SimDevice::SimDevice(DeviceConfig config, std::string dataDir, const Tracer& tracer)
     : mConfig(std::move(config)), mDataDir(std::move(dataDir)), mTracer(tracer) {}
@@ -37,6 +47,12 @@ int SimDevice::runAcquisition(int count, double time, int flag, const char* file
     if (!file.empty() && !isSafeDataPath(file)) {
         writeLogLine(kLogSource, mConfig.name + ": refused the file name \"" + file +
                                      "\": it must stay inside the data folder");
+        return -1;
+    }
+    if (!file.empty() && fileTooLarge(count)) {
+        writeLogLine(kLogSource, mConfig.name + ": refused " + std::to_string(count) +
+                                     " frames: the file would exceed " +
+                                     std::to_string(kMaxValuesPerFile) + " values");
         return -1;
     }
     if (!beginAcquisition()) return -1;

@@ -5,12 +5,13 @@
 // folder when `file` is not empty. Every call may come from any thread.
 // Results: runAcquisition returns AcqResult, or AbortResult when aborted; -1 at once, writing
 // nothing, for a negative count, a negative or non-finite time, an absolute file name or one
-// with a ".." component, or when an acquisition already runs on this device; -1 too when the file
-// cannot be written. abortAcquisition returns 0 when it ended a running acquisition, else -1.
-// setThreshold returns SetThresholdResult and keeps the value only when that is 0; thresholdRange
-// returns 0 and writes the range only when ReportRange is true.
-// Choices: an aborted acquisition writes the frames completed before the abort (no file when none
-// was); count 0 with a file name leaves an empty file; the wait is capped at 10^7 seconds.
+// with a ".." component, a file of more than 50,000,000 values (count x FrameWidth x FrameHeight),
+// or when an acquisition already runs on this device; -1 too when the file cannot be written.
+// abortAcquisition returns 0 when it ended a running acquisition, else -1. setThreshold returns
+// SetThresholdResult and keeps the value only when that is 0; thresholdRange returns 0 and writes
+// the range only when ReportRange is true. Choices: an aborted acquisition writes the frames
+// completed before the abort (no file when none was); count 0 with a file name leaves an empty
+// file; the wait is capped at 10^7 seconds.
 #pragma once
 
 #include <chrono>
@@ -44,6 +45,8 @@ public:
     bool shutDown(std::chrono::milliseconds bound);
 
 private:
+    bool fileTooLarge(int count) const;
+
     struct Outcome {
         bool aborted;
         int completedFrames;

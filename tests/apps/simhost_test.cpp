@@ -96,10 +96,12 @@ TEST(SimDevice, UnsafeOrInvalidRequestsFailAtOnceWritingNothing) {
     EXPECT_EQ(device.runAcquisition(-1, 0.0, 1, "neg.txt"), -1);
     EXPECT_EQ(device.runAcquisition(1, -0.5, 1, "neg.txt"), -1);
     EXPECT_EQ(device.runAcquisition(1, std::nan(""), 1, "nan.txt"), -1);
+    EXPECT_EQ(device.runAcquisition(2000000000, 0.0, 1, "huge.txt"), -1);  // would fill the disk
     EXPECT_FALSE(fileExists(outer.file("escape.txt")));
     EXPECT_FALSE(fileExists(absolute));
     EXPECT_FALSE(fileExists(data + "/neg.txt"));
     EXPECT_FALSE(fileExists(data + "/nan.txt"));
+    EXPECT_FALSE(fileExists(data + "/huge.txt"));
 }
 
 TEST(SimDevice, MissingSubfolderFailsTheAcquisition) {
