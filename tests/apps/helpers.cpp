@@ -41,18 +41,6 @@ sockaddr_in loopbackAddress(int port) {
 
 }  // namespace
 
-TempDir::TempDir() {
-    const char* base = std::getenv("TMPDIR");
-    std::string pattern =
-        std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/apps_test.XXXXXX";
-    if (mkdtemp(pattern.data()) != nullptr) mPath = pattern;
-}
-
-TempDir::~TempDir() {
-    std::error_code ignored;
-    if (!mPath.empty()) std::filesystem::remove_all(mPath, ignored);
-}
-
 void writeFile(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }

@@ -3,6 +3,8 @@
 // reaped by its owner's destructor.
 #pragma once
 
+#include "tests/support/temp_dir.h"
+
 #include <sys/types.h>
 
 #include <chrono>
@@ -18,19 +20,7 @@ constexpr milliseconds kStartBound{20000};
 constexpr milliseconds kReplyBound{10000};
 constexpr milliseconds kExitBound{15000};
 
-class TempDir {
-public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-
-    const std::string& path() const { return mPath; }
-    std::string file(const std::string& name) const { return mPath + "/" + name; }
-
-private:
-    std::string mPath;
-};
+using testsupport::TempDir;
 
 void writeFile(const std::string& path, const std::string& text);
 std::string readFile(const std::string& path);

@@ -2,6 +2,8 @@
 // and a client connection that reads reply lines with bounded waits.
 #pragma once
 
+#include "tests/support/temp_dir.h"
+
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <netinet/in.h>
@@ -24,22 +26,7 @@
 
 namespace testhost {
 
-// A directory that exists for the lifetime of the object.
-class TempDir {
-public:
-    TempDir() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "rctest-XXXXXX").string();
-        mPath = mkdtemp(pattern.data()) ? pattern : std::string();
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        std::filesystem::remove_all(mPath, ignored);
-    }
-    const std::string& path() const { return mPath; }
-
-private:
-    std::string mPath;
-};
+using testsupport::TempDir;
 
 // Threads of this process, from the kernel's view.
 inline int threadCount() {
