@@ -165,7 +165,10 @@ TEST_F(DispatchTest, ClientVanishingMidAcquisitionDoesNotHurtTheServer) {
     dev0.release();
     Client next;
     ASSERT_TRUE(next.connect(port));
-    EXPECT_EQ(next.exchange("GUI_ISRUNNING(0)"), "NO");
+    // The acquisition's reply goes to whichever client is connected when it ends: this one, if
+    // the server took it on before the acquisition thread got to send.
+    std::string replies = next.exchange("GUI_ISRUNNING(0)");
+    EXPECT_TRUE(replies == "NO" || replies == "OK|NO") << replies;
 }
 
 }  // namespace
