@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -178,6 +179,25 @@ bool RawClient::sendText(const std::string& text) {
     return true;
 }
 
+namespace {
+
+// Waits (until `deadline`) for data and receives one chunk into `into`. Returns recv's result
+// (0: the peer closed; below 0: the connection failed), or nothing when the wait ran out.
+std::optional<ssize_t> receiveChunk(int fd, Clock::time_point deadline, std::string& into) {
+    for (;;) {
+        pollfd ready = {fd, POLLIN, 0};
+        int polled = poll(&ready, 1, remainingMs(deadline));
+        if (polled < 0 && errno == EINTR) continue;
+        if (polled <= 0) return std::nullopt;
+        char chunk[512];
+        ssize_t n = ::recv(fd, chunk, sizeof chunk, 0);
+        if (n > 0) into.append(chunk, static_cast<size_t>(n));
+        return n;
+    }
+}
+
+}  // namespace
+
 bool RawClient::readLine(std::string& line, milliseconds bound) {
     Clock::time_point deadline = Clock::now() + bound;
     for (;;) {
@@ -187,27 +207,19 @@ bool RawClient::readLine(std::string& line, milliseconds bound) {
             mBuffer.erase(0, end + 1);
             return true;
         }
-        pollfd ready = {mFd, POLLIN, 0};
-        int polled = poll(&ready, 1, remainingMs(deadline));
-        if (polled < 0 && errno == EINTR) continue;
-        if (polled <= 0) return false;
-        char chunk[512];
-        ssize_t n = ::recv(mFd, chunk, sizeof chunk, 0);
-        if (n <= 0) return false;
-        mBuffer.append(chunk, static_cast<size_t>(n));
+        std::optional<ssize_t> received = receiveChunk(mFd, deadline, mBuffer);
+        if (!received || *received <= 0) return false;
     }
 }
 
 bool RawClient::waitForClose(milliseconds bound) {
     Clock::time_point deadline = Clock::now() + bound;
+    std::string ignored;
     for (;;) {
-        pollfd ready = {mFd, POLLIN, 0};
-        int polled = poll(&ready, 1, remainingMs(deadline));
-        if (polled < 0 && errno == EINTR) continue;
-        if (polled <= 0) return false;
-        char chunk[512];
-        ssize_t n = ::recv(mFd, chunk, sizeof chunk, 0);
-        if (n <= 0) return true;
+        std::optional<ssize_t> received = receiveChunk(mFd, deadline, ignored);
+        if (!received) return false;
+        if (*received <= 0) return true;  // closed, or reset
+        ignored.clear();
     }
 }
 
