@@ -70,10 +70,7 @@ TEST_P(VanishTest, HostKeepsServingAndLeaksNothing) {
         // The acquisition's reply goes to whoever is connected when it ends.
         RawClient next;
         ASSERT_TRUE(next.connect(mPort, kReplyBound));
-        ASSERT_TRUE(next.sendLine("STOP()"));
-        std::string line;
-        ASSERT_TRUE(next.readLine(line, kReplyBound));
-        EXPECT_EQ(line, "ERROR: ACQUISITION FAILED");
+        EXPECT_EQ(next.request("STOP()", kReplyBound), "ERROR: ACQUISITION FAILED");
         EXPECT_TRUE(quitSession(next));
     }
     EXPECT_TRUE(waitForIdleCounts());

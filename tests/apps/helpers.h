@@ -75,6 +75,11 @@ public:
     bool sendLine(const std::string& line) { return sendText(line + "\n"); }
     // The next line without its line feed; false on time-out or closed connection.
     bool readLine(std::string& line, milliseconds bound);
+    // Sends one line and returns the reply line, or "<no reply>" when none came within `bound`.
+    std::string request(const std::string& line, milliseconds bound) {
+        std::string reply;
+        return sendLine(line) && readLine(reply, bound) ? reply : "<no reply>";
+    }
     // True when the peer closed the connection within `bound` (pending lines are skipped).
     bool waitForClose(milliseconds bound);
     // Ends the sending direction only (the peer reads end of stream); replies can still be read.

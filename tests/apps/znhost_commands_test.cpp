@@ -203,10 +203,7 @@ TEST_F(ZnhostCommandTest, TraceEscapesTheFileNameAsPassed) {
     ASSERT_TRUE(startServing({"--trace"}));
     RawClient client;
     ASSERT_TRUE(client.connect(mPort, kReplyBound));
-    ASSERT_TRUE(client.sendLine("START(0,0,0,a\x01 b\\c\x7f\xe9,10)"));
-    std::string line;
-    ASSERT_TRUE(client.readLine(line, kReplyBound));
-    EXPECT_EQ(line, "OK");
+    EXPECT_EQ(client.request("START(0,0,0,a\x01 b\\c\x7f\xe9,10)", kReplyBound), "OK");
     EXPECT_NE(
         hostStderr().find("trace: sim0.runAcquisition(0, 0, 1, \"a\\x01 b\\\\c\\x7f\\xe9\")\n"),
         std::string::npos)
@@ -217,10 +214,7 @@ TEST_F(ZnhostCommandTest, WithoutTraceNoTraceLines) {
     ASSERT_TRUE(startServing());
     RawClient client;
     ASSERT_TRUE(client.connect(mPort, kReplyBound));
-    ASSERT_TRUE(client.sendLine("GUI_ISRUNNING(0)"));
-    std::string line;
-    ASSERT_TRUE(client.readLine(line, kReplyBound));
-    EXPECT_EQ(line, "NO");
+    EXPECT_EQ(client.request("GUI_ISRUNNING(0)", kReplyBound), "NO");
     EXPECT_TRUE(traceLines().empty());
 }
 

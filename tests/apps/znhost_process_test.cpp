@@ -56,9 +56,7 @@ TEST_P(ZnhostStopSignalTest, ClosesWithAConnectedClient) {
     ASSERT_TRUE(startServing());
     RawClient client;
     ASSERT_TRUE(client.connect(mPort, kReplyBound));
-    ASSERT_TRUE(client.sendLine("GUI_ISRUNNING(0)"));
-    std::string line;
-    ASSERT_TRUE(client.readLine(line, kReplyBound));
+    ASSERT_EQ(client.request("GUI_ISRUNNING(0)", kReplyBound), "NO");
     mHost.sendSignal(GetParam().signal);
     ASSERT_TRUE(mHost.waitForExit(kExitBound));
     EXPECT_TRUE(mHost.exitedNormally());
