@@ -17,15 +17,9 @@
 #include <cstring>
 #include <new>
 
-namespace {
+using namespace net;
 
-// Result codes of the waiting operations. A failed wait has two codes because recvReady and
-// connect report it as -12 while send, recv and getLine report it as -13.
-constexpr int kTimedOut = -10;
-constexpr int kIoFailed = -11;
-constexpr int kConnectFailed = -12;
-constexpr int kReadyWaitFailed = -12;
-constexpr int kTransferWaitFailed = -13;
+namespace {
 
 constexpr int kMaxSendPiece = 65536;
 // getLine reads at most 510 bytes into a zeroed 512-byte area, so a chunk always ends in a zero.

@@ -35,6 +35,16 @@
 
 struct sockaddr_in;
 
+// Result codes of the waiting operations, as listed above. A failed wait has two codes because
+// recvReady and connect report it as -12 while send, recv and getLine report it as -13.
+namespace net {
+constexpr int kTimedOut = -10;
+constexpr int kIoFailed = -11;
+constexpr int kConnectFailed = -12;
+constexpr int kReadyWaitFailed = -12;
+constexpr int kTransferWaitFailed = -13;
+}  // namespace net
+
 // Wall-clock seconds with microsecond resolution; only differences are meaningful.
 double getPrecTime();
 

@@ -294,7 +294,7 @@ int RemoteCtrl::handleClient(TCPSocket* client) {
     for (;;) {
         int rc = client->getLine(line, kLineTimeout);
         if (mStopServer) break;
-        if (rc == -10) continue;
+        if (rc == net::kTimedOut) continue;
         trimLineEnd(line);
         // Also covers the peer closing the connection: getLine then yields its unterminated rest.
         if (line.empty() || line == "QUIT()") break;

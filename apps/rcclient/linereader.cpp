@@ -9,7 +9,6 @@ namespace rcclient {
 
 namespace {
 
-constexpr int kTimeoutCode = -10;
 constexpr size_t kChunkSize = 4096;
 
 bool isTransient(int error) {
@@ -21,7 +20,7 @@ bool isTransient(int error) {
 LineReader::Result LineReader::next(std::string& line, double seconds) {
     if (takeLine(line)) return Result::Line;
     int ready = mSocket.recvReady(seconds);
-    if (ready == kTimeoutCode) return Result::None;
+    if (ready == net::kTimedOut) return Result::None;
     if (ready != 0) return errno == EINTR ? Result::None : Result::Failed;
     char chunk[kChunkSize];
     ssize_t received = ::recv(mSocket.getDescriptor(), chunk, sizeof chunk, 0);

@@ -24,7 +24,6 @@ namespace {
 
 constexpr int kErrorExit = 1;
 constexpr int kNoServerExit = 2;
-constexpr int kConnectTimeoutCode = -10;
 
 bool runCommands(Session& session, const std::vector<std::string>& commands) {
     for (const std::string& command : commands) {
@@ -67,7 +66,7 @@ int main(int argc, char** argv) {
     TCPSocket socket;
     int connected = socket.connect(options.host, options.port, options.timeout);
     if (connected != 0) {
-        if (connected == kConnectTimeoutCode)
+        if (connected == net::kTimedOut)
             std::fprintf(stderr, "rcclient: cannot connect to %s: no answer within %g s\n",
                          peer.c_str(), options.timeout);
         else

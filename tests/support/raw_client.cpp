@@ -1,26 +1,16 @@
-#include "tests/apps/helpers.h"
+#include "tests/support/raw_client.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <optional>
-#include <sstream>
 #include <thread>
 
-extern char** environ;
-
-namespace apps_test {
+namespace testsupport {
 
 namespace {
 
@@ -42,39 +32,6 @@ sockaddr_in loopbackAddress(int port) {
 
 }  // namespace
 
-void writeFile(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-bool fileExists(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0;
-}
-
-std::vector<std::string> splitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line))
-        lines.push_back(line);
-    return lines;
-}
-
-bool waitForFileText(const std::string& path, const std::string& text, milliseconds bound) {
-    Clock::time_point deadline = Clock::now() + bound;
-    for (;;) {
-        if (readFile(path).find(text) != std::string::npos) return true;
-        if (Clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(kPollStep);
-    }
-}
-
 int freeLoopbackPort() {
     int fd = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in addr = loopbackAddress(0);
@@ -85,72 +42,6 @@ int freeLoopbackPort() {
         port = ntohs(addr.sin_port);
     ::close(fd);
     return port;
-}
-
-bool ChildProcess::start(const std::vector<std::string>& argv, const std::string& stdoutPath,
-                         const std::string& stderrPath, const std::string& stdinPath) {
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, 0, stdinPath.c_str(), O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&files, 1, stdoutPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
-    posix_spawn_file_actions_addopen(&files, 2, stderrPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
-    // The test runner may ignore or block signals; the child must see them as a shell gives them.
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t defaults, empty;
-    sigemptyset(&defaults);
-    for (int signal : {SIGPIPE, SIGINT, SIGTERM})
-        sigaddset(&defaults, signal);
-    sigemptyset(&empty);
-    posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawnattr_setsigmask(&attributes, &empty);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-
-    std::vector<char*> args;
-    for (const std::string& arg : argv)
-        args.push_back(const_cast<char*>(arg.c_str()));
-    args.push_back(nullptr);
-    int result = posix_spawn(&mPid, args[0], &files, &attributes, args.data(), environ);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&files);
-    if (result != 0) mPid = -1;
-    return result == 0;
-}
-
-bool ChildProcess::waitForExit(milliseconds bound) {
-    if (mPid <= 0) return true;
-    Clock::time_point deadline = Clock::now() + bound;
-    for (;;) {
-        pid_t done = waitpid(mPid, &mStatus, WNOHANG);
-        if (done == mPid || (done < 0 && errno != EINTR)) {
-            mPid = -1;
-            return true;
-        }
-        if (Clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(kPollStep);
-    }
-}
-
-void ChildProcess::sendSignal(int signal) {
-    if (mPid > 0) ::kill(mPid, signal);
-}
-
-void ChildProcess::kill() {
-    if (mPid <= 0) return;
-    ::kill(mPid, SIGKILL);
-    while (waitpid(mPid, &mStatus, 0) < 0 && errno == EINTR) {
-    }
-    mPid = -1;
-}
-
-bool ChildProcess::exitedNormally() const {
-    return mPid < 0 && WIFEXITED(mStatus);
-}
-
-int ChildProcess::exitCode() const {
-    return exitedNormally() ? WEXITSTATUS(mStatus) : -1;
 }
 
 bool RawClient::connect(int port, milliseconds bound) {
@@ -240,4 +131,4 @@ void RawClient::close() {
     mBuffer.clear();
 }
 
-}  // namespace apps_test
+}  // namespace testsupport

@@ -1,0 +1,45 @@
+// A plain blocking loopback client on POSIX sockets, independent of the code under test, and a
+// free loopback port to serve on. Nothing here talks to any address but 127.0.0.1.
+#pragma once
+
+#include <string>
+
+#include "tests/support/bounds.h"
+
+namespace testsupport {
+
+// A loopback port that was free a moment ago.
+int freeLoopbackPort();
+
+class RawClient {
+public:
+    RawClient() = default;
+    ~RawClient() { close(); }
+    RawClient(const RawClient&) = delete;
+    RawClient& operator=(const RawClient&) = delete;
+
+    // Connects to 127.0.0.1:port, retrying refused attempts until `bound` passes.
+    bool connect(int port, milliseconds bound);
+    bool sendText(const std::string& text);
+    bool sendLine(const std::string& line) { return sendText(line + "\n"); }
+    // The next line without its line feed; false on time-out or closed connection.
+    bool readLine(std::string& line, milliseconds bound);
+    // Sends one line and returns the reply line, or "<no reply>" when none came within `bound`.
+    std::string request(const std::string& line, milliseconds bound = kReplyBound) {
+        std::string reply;
+        return sendLine(line) && readLine(reply, bound) ? reply : "<no reply>";
+    }
+    // True when the peer closed the connection within `bound` (pending lines are skipped).
+    bool waitForClose(milliseconds bound);
+    // Ends the sending direction only (the peer reads end of stream); replies can still be read.
+    bool finishSending();
+    // Closes at once with a reset instead of an orderly shutdown.
+    void abort();
+    void close();
+
+private:
+    int mFd = -1;
+    std::string mBuffer;
+};
+
+}  // namespace testsupport
