@@ -109,16 +109,18 @@ void measure(const TempDir& dir) {
     const std::vector<double> write = medianSeconds(
         kRepetitions, {[&] {
                            ok &= writeAsciiMatrix(ours.c_str(), F::kType, values.data(), kValues,
-                                                  kWidth, false) == 0;
+                                                  kWidth, false) == fileops::kOk;
                        },
                        [&] { ok &= writeLoop(loop, values); }});
     const double megabytes = fileMegabytes(ours);
     printRates(std::string("matrix write, ") + F::kName, megabytes, write[0], write[1], ok);
 
-    const std::vector<double> read = medianSeconds(
-        kRepetitions,
-        {[&] { ok &= readAsciiMatrix(ours.c_str(), F::kType, kValues, readBack.data()) == 0; },
-         [&] { ok &= readLoop(loop, readBack); }});
+    const std::vector<double> read =
+        medianSeconds(kRepetitions, {[&] {
+                                         ok &= readAsciiMatrix(ours.c_str(), F::kType, kValues,
+                                                               readBack.data()) == fileops::kOk;
+                                     },
+                                     [&] { ok &= readLoop(loop, readBack); }});
     printRates(std::string("matrix read, ") + F::kName, megabytes, read[0], read[1], ok);
 }
 

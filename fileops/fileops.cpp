@@ -8,14 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace {
+using namespace fileops;
 
-constexpr int kOk = 0;
-constexpr int kOpenFailed = -1;
-constexpr int kShortRead = -2;
-constexpr int kWriteFailed = -3;
-constexpr int kBadType = -4;
-constexpr int kDirFailed = -5;
+namespace {
 
 // The two formats of one element type: one for a value inside a row, one for the value that
 // ends it. Choosing them once keeps the per-element loop to a single formatted print.
@@ -314,9 +309,9 @@ bool matchMask(const char* name, const char* mask) {
 
 int listFilesInDir(const char* dirPath, const char* mask, bool filesOnly, bool fullPath,
                    std::vector<std::string>& files) {
-    if (dirPath == nullptr) return kDirFailed;
+    if (dirPath == nullptr) return kDirOpenFailed;
     DIR* dir = opendir(dirPath);
-    if (dir == nullptr) return kDirFailed;
+    if (dir == nullptr) return kDirOpenFailed;
     // A read error ends the listing like its normal end; what was found so far stays listed.
     while (const dirent* entry = readdir(dir)) {
         const char* name = entry->d_name;

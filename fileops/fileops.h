@@ -33,6 +33,16 @@
 #include <string>
 #include <vector>
 
+// The result codes listed above, by name.
+namespace fileops {
+constexpr int kOk = 0;
+constexpr int kOpenFailed = -1;
+constexpr int kShortRead = -2;
+constexpr int kWriteFailed = -3;
+constexpr int kBadType = -4;
+constexpr int kDirOpenFailed = -5;
+}  // namespace fileops
+
 enum _DataType : int {
     TYPE_UCHAR = 1,   // unsigned 8-bit
     TYPE_SHORT = 2,   // signed 16-bit

@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr int CANNOT_OPEN = -5;
 constexpr const char* FIRST_SECTION = "!";
 constexpr const char* TRIMMED = "\r \n";
 
@@ -80,7 +79,7 @@ int IniFile::load(const char* path) {
     FILE* file = std::fopen(used, "r");
     if (file == nullptr) {
         lastError = str::format("Cannot open file %s", used);
-        return CANNOT_OPEN;
+        return kCannotOpen;
     }
     std::string section = FIRST_SECTION;
     int entryCount = 0;
@@ -94,7 +93,7 @@ int IniFile::load(const char* path) {
     // The first call allocated the buffer; from then on it is ours, so end of file leaves it.
     std::free(buffer);
     std::fclose(file);
-    return 0;
+    return kOk;
 }
 
 void IniFile::addLine(const std::string& line, std::string& section, int& entryCount) {
@@ -253,7 +252,7 @@ int IniFile::save(const char* path) {
     FILE* file = std::fopen(used, "w");
     if (file == nullptr) {
         lastError = str::format("Cannot open file %s", used);
-        return CANNOT_OPEN;
+        return kCannotOpen;
     }
     std::string previous = FIRST_SECTION;
     bool first = true;
@@ -270,7 +269,7 @@ int IniFile::save(const char* path) {
         first = false;
     }
     std::fclose(file);
-    return 0;
+    return kOk;
 }
 
 int IniFile::print() {

@@ -45,6 +45,10 @@ bool IniSortPredicate(const IniItem& a, const IniItem& b);
 
 class IniFile {
 public:
+    // Results of load and save.
+    static constexpr int kOk = 0;
+    static constexpr int kCannotOpen = -5;
+
     IniFile(const char* fileName, const char* separator);
     virtual ~IniFile();
 

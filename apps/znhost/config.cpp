@@ -245,7 +245,7 @@ bool loadHostConfig(const std::string& path, HostConfig& config, std::string& er
     std::vector<std::string> headers;
     if (!isReadableFile(path, error) || !readSectionHeaders(path, headers, error)) return false;
     IniFile ini(path.c_str(), "=");
-    if (ini.load(nullptr) != 0) {
+    if (ini.load(nullptr) != IniFile::kOk) {
         error = path + ": cannot read the file";
         return false;
     }

@@ -53,9 +53,9 @@ int writeFrames(const std::string& path, int width, int height, int frameCount) 
         std::vector<unsigned short> frame = simulateFrame(width, height, i);
         int result = writeAsciiMatrix(path.c_str(), TYPE_USHORT, frame.data(), values,
                                       static_cast<unsigned long>(width), i > 0);
-        if (result != 0) return result;
+        if (result != fileops::kOk) return result;
     }
-    return 0;
+    return fileops::kOk;
 }
 
 }  // namespace znhost

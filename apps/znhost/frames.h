@@ -13,7 +13,8 @@ namespace znhost {
 std::vector<unsigned short> simulateFrame(int width, int height, int frameIndex);
 
 // Writes frames 0 .. frameCount-1 to `path`, replacing the file; zero frames leave an empty file.
-// Returns 0, or the first failing result of the matrix writer (-1 cannot open, -3 write failed).
+// Returns fileops::kOk, or the first failing result of the matrix writer (fileops::kOpenFailed,
+// fileops::kWriteFailed).
 int writeFrames(const std::string& path, int width, int height, int frameCount);
 
 }  // namespace znhost

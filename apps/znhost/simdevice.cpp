@@ -6,6 +6,7 @@
 #include "apps/znhost/datapath.h"
 #include "apps/znhost/frames.h"
 #include "apps/znhost/lineout.h"
+#include "fileops/fileops.h"
 
 namespace znhost {
 
@@ -138,7 +139,7 @@ void SimDevice::endAcquisition() {
 int SimDevice::saveFrames(const std::string& file, int frames) {
     std::string path = dataFilePath(mDataDir, file);
     int result = writeFrames(path, mConfig.frameWidth, mConfig.frameHeight, frames);
-    if (result != 0)
+    if (result != fileops::kOk)
         writeLogLine(kLogSource, mConfig.name + ": could not write \"" + path + "\" (result " +
                                      std::to_string(result) + ")");
     return result;
