@@ -8,12 +8,12 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
 #include <string_view>
 
 #include "host/ptrlist.h"
 #include "net/sockets.h"
+#include "protocol/command_language.h"
+#include "protocol/replies.h"
 #include "settings/inifile.h"
 #include "settings/str.h"
 
@@ -31,7 +31,6 @@ constexpr useconds_t kStopPollMicros = 100000;
 constexpr useconds_t kAcceptRetryMicros = 50000;
 constexpr const char* kSettingsFile = "remotectrl.ini";
 constexpr const char* kDevControlName = "devcontrol";
-constexpr std::string_view kArgumentDelimiter = ",";
 
 double secondsNow() {
     timeval now{};
@@ -48,84 +47,6 @@ bool threadHasExited(pid_t tid) {
     if (tid == 0) return true;
     std::string path = "/proc/self/task/" + std::to_string(tid);
     return access(path.c_str(), F_OK) != 0;
-}
-
-std::string upperCase(std::string text) {
-    for (char& c : text)
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return text;
-}
-
-// The session trims only these from the end of a line; leading blanks stay part of the name.
-void trimLineEnd(std::string& line) {
-    std::string::size_type end = line.find_last_not_of(" \r\n");
-    line.erase(end == std::string::npos ? 0 : end + 1);
-}
-
-std::string_view withoutLeadingBlanks(std::string_view text) {
-    const std::string_view::size_type begin = text.find_first_not_of(' ');
-    return begin == std::string_view::npos ? std::string_view() : text.substr(begin);
-}
-
-std::string_view withoutTrailingBlanks(std::string_view text) {
-    return text.substr(0, text.find_last_not_of(' ') + 1);  // npos + 1 is 0: all blanks
-}
-
-// Calls visit(piece) for every piece splitString would cut, as views into `text`, until visit
-// returns false. The search resumes delimiters.size() characters after the delimiter found.
-template <typename Visit>
-void forEachPiece(std::string_view text, std::string_view delimiters, Visit visit) {
-    std::string_view::size_type position = 0;
-    for (;;) {
-        const std::string_view::size_type found = delimiters.size() == 1
-                                                      ? text.find(delimiters[0], position)
-                                                      : text.find_first_of(delimiters, position);
-        if (found == std::string_view::npos) {
-            visit(text.substr(position));
-            return;
-        }
-        if (!visit(text.substr(position, found - position))) return;
-        // Past the end only with a delimiter string longer than the text's remainder.
-        position = std::min(found + delimiters.size(), text.size());
-    }
-}
-
-// The quote-aware joining of tokenizeQuotedString, appending to `tokens`; false when a piece is
-// a lone double quote, which both opens and closes a quoted token and so has no meaning.
-bool tokenizeInto(std::string_view text, std::string_view delimiters,
-                  std::vector<std::string>& tokens) {
-    const char delimiter = delimiters.empty() ? ',' : delimiters[0];
-    bool quoteOpen = false;
-    bool loneQuote = false;
-    std::string accumulator;
-    forEachPiece(text, delimiters, [&](std::string_view piece) {
-        const std::string_view leadTrimmed = withoutLeadingBlanks(piece);
-        const std::string_view trimmed = withoutTrailingBlanks(leadTrimmed);
-        if (!quoteOpen) {
-            if (leadTrimmed.empty() || leadTrimmed[0] != '"') {
-                tokens.emplace_back(trimmed);
-            } else if (trimmed.size() == 1) {
-                loneQuote = true;
-                return false;
-            } else if (trimmed.back() == '"') {
-                tokens.emplace_back(trimmed.substr(1, trimmed.size() - 2));
-            } else {
-                accumulator.assign(leadTrimmed.substr(1));
-                quoteOpen = true;
-            }
-        } else if (!trimmed.empty() && trimmed.back() == '"') {
-            accumulator += delimiter;
-            accumulator.append(trimmed.substr(0, trimmed.size() - 1));
-            tokens.push_back(std::move(accumulator));
-            accumulator.clear();
-            quoteOpen = false;
-        } else {
-            accumulator += delimiter;
-            accumulator.append(piece);
-        }
-        return true;
-    });
-    return !loneQuote;  // an unterminated quoted token is dropped with the accumulator
 }
 
 class ThreadWrapper {
@@ -295,10 +216,10 @@ int RemoteCtrl::handleClient(TCPSocket* client) {
         int rc = client->getLine(line, kLineTimeout);
         if (mStopServer) break;
         if (rc == net::kTimedOut) continue;
-        trimLineEnd(line);
+        const std::string_view trimmed = protocol::trimLineEnd(line);
         // Also covers the peer closing the connection: getLine then yields its unterminated rest.
-        if (line.empty() || line == "QUIT()") break;
-        processCommandString(line);
+        if (protocol::endsSession(trimmed)) break;
+        processCommandString(std::string(trimmed));
     }
     // Unpublish before deleting, so an acquisition reply can never reach a deleted socket.
     unpublishClient();
@@ -314,54 +235,21 @@ void RemoteCtrl::sendReply(const std::string& line) {
 // ---------------------------------------------------------------------------------------------
 // Command language
 
-std::vector<std::string> splitString(const std::string& text, const std::string& delimiters) {
-    std::vector<std::string> pieces;
-    forEachPiece(text, delimiters, [&](std::string_view piece) {
-        pieces.emplace_back(piece);
-        return true;
-    });
-    return pieces;
-}
-
 std::optional<std::vector<std::string>> RemoteCtrl::tokenizeQuotedString(
     const std::string& text, const std::string& delimiters) {
-    std::vector<std::string> tokens;
-    if (!tokenizeInto(text, delimiters, tokens)) return std::nullopt;
-    return tokens;
-}
-
-ParsedCommand parseCommandString(const std::string& line) {
-    ParsedCommand parsed;
-    const std::string_view text(line);
-    const std::string_view::size_type open = text.find('(');
-    if (open == std::string_view::npos) return parsed;  // no "(": ignored, no reply
-    // The argument text ends at a second "(", if any, and loses its last character, which is
-    // the closing parenthesis in a well-formed line but is dropped whatever it is.
-    std::string_view argumentText = text.substr(open + 1);
-    argumentText = argumentText.substr(0, argumentText.find('('));
-    if (!argumentText.empty()) argumentText.remove_suffix(1);
-    // One token per comma at most, so the list never grows while it is filled.
-    parsed.args.reserve(static_cast<size_t>(
-        std::count(argumentText.begin(), argumentText.end(), kArgumentDelimiter[0]) + 1));
-    if (!tokenizeInto(argumentText, kArgumentDelimiter, parsed.args)) {
-        parsed.kind = ParsedCommand::Kind::SyntaxError;
-        parsed.args.clear();
-        return parsed;
-    }
-    parsed.kind = ParsedCommand::Kind::Command;
-    parsed.name.assign(text.substr(0, open));
-    return parsed;
+    return protocol::tokenizeQuotedString(text, delimiters);
 }
 
 void RemoteCtrl::processCommandString(std::string line) {
-    ParsedCommand parsed = parseCommandString(line);
+    protocol::ParsedLine parsed = protocol::parseCommandString(line);
     switch (parsed.kind) {
-        case ParsedCommand::Kind::Ignored:
+        case protocol::LineKind::SessionEnd:
+        case protocol::LineKind::Ignored:
             return;
-        case ParsedCommand::Kind::SyntaxError:
-            sendReply("ERROR: INVALID COMMAND SYNTAX");
+        case protocol::LineKind::SyntaxError:
+            sendReply(protocol::kErrorSyntax);
             return;
-        case ParsedCommand::Kind::Command:
+        case protocol::LineKind::Command:
             processCommand(std::move(parsed.name), std::move(parsed.args));
             return;
     }
@@ -371,30 +259,29 @@ void RemoteCtrl::processCommandString(std::string line) {
 // Dispatch
 
 void RemoteCtrl::processCommand(std::string name, std::vector<std::string> args) {
-    const std::string upperName = upperCase(std::move(name));
-    // Compared as a view: the literals' lengths are known at compile time, so most names are
-    // told apart by their length alone.
-    const std::string_view command = upperName;
-    if (command == "GUI_START") return guiStart(std::move(args));
-    if (command == "GUI_SETFILE") return guiSetFile(std::move(args));
-    if (command == "GUI_ISRUNNING") return guiIsRunning(std::move(args));
-    if (command == "GUI_STOP") return guiStop(std::move(args));
-    if (command == "STOP") {
-        zn::IDev* device = mAcqDev;
-        if (mAcqRunning && device) device->abortAcquisition();
-        return;
+    switch (protocol::matchCommand(name)) {
+        case protocol::Command::GuiStart:
+            return guiStart(std::move(args));
+        case protocol::Command::GuiSetFile:
+            return guiSetFile(std::move(args));
+        case protocol::Command::GuiIsRunning:
+            return guiIsRunning(std::move(args));
+        case protocol::Command::GuiStop:
+            return guiStop(std::move(args));
+        case protocol::Command::Stop:
+            return abortRunningAcquisition();
+        case protocol::Command::Start:
+            if (mAcqRunning) return sendReply(protocol::kErrorAlreadyRunning);
+            return startAcquisition(args);
+        case protocol::Command::Unknown:
+            // While acquiring, only a second START is answered; unknown names get nothing.
+            if (!mAcqRunning) sendReply(protocol::kErrorUnknownCommand);
+            return;
     }
-    if (mAcqRunning) {
-        // While acquiring, only a second START is answered; unknown names get nothing.
-        if (command == "START") sendReply("ERROR: ACQ ALREADY RUNNING");
-        return;
-    }
-    if (command != "START") return sendReply("ERROR: UNKNOWN COMMAND");
-    startAcquisition(args);
 }
 
 void RemoteCtrl::startAcquisition(const std::vector<std::string>& args) {
-    if (args.size() != 5) return sendReply("ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 5)");
+    if (args.size() != 5) return sendReply(protocol::kErrorStartArgumentCount);
 
     // Every parameter is converted before any is tested.
     const int index = str::toNumDef<int>(args[0], -1);
@@ -407,9 +294,9 @@ void RemoteCtrl::startAcquisition(const std::vector<std::string>& args) {
     if (mHost) mHost->listDevicesFiltered(&devices, 1);
 
     if (index < 0 || static_cast<unsigned int>(index) >= devices.size())
-        return sendReply("ERROR: INVALID DEVICE INDEX");
-    if (count < 0) return sendReply("ERROR: INVALID ACQ COUNT");
-    if (time < 0.0) return sendReply("ERROR: INVALID ACQ TIME");
+        return sendReply(protocol::kErrorDeviceIndex);
+    if (count < 0) return sendReply(protocol::kErrorAcqCount);
+    if (time < 0.0) return sendReply(protocol::kErrorAcqTime);
 
     zn::IDev* device = devices.get(static_cast<unsigned int>(index));
     double minimum = 0.0;
@@ -417,8 +304,9 @@ void RemoteCtrl::startAcquisition(const std::vector<std::string>& args) {
     device->thresholdRange(0, 2, &minimum, &maximum);
     // The range includes its minimum and excludes its maximum.
     if (threshold < 0.0 || threshold < minimum || !(threshold < maximum))
-        return sendReply("ERROR: INVALID THL");
-    if (device->setThreshold(0, 2, threshold) != 0) return sendReply("ERROR: FAILED SETTING THL");
+        return sendReply(protocol::kErrorThreshold);
+    if (device->setThreshold(0, 2, threshold) != 0)
+        return sendReply(protocol::kErrorSettingThreshold);
 
     mAcqTime = time;
     mAcqCount = count;
@@ -430,12 +318,12 @@ void RemoteCtrl::startAcquisition(const std::vector<std::string>& args) {
         mAcqDev = nullptr;
         mAcqRunning = false;
         --mAcqThreads;
-        sendReply("ERROR: ACQUISITION FAILED");
+        sendReply(protocol::kErrorAcquisitionFailed);
     }
 }
 
-// Called from the host's thread while stopping: an acquisition left running would call back into
-// this object (and this module's code) after the host has unloaded it.
+// STOP() on the server thread, and the host's thread while stopping: an acquisition left running
+// would call back into this object (and this module's code) after the host has unloaded it.
 void RemoteCtrl::abortRunningAcquisition() {
     zn::IDev* device = mAcqDev;
     if (mAcqRunning && device) device->abortAcquisition();
@@ -448,7 +336,7 @@ zn::IDev* RemoteCtrl::getDev(int index) {
     zn::PtrList<zn::IDev*> devices;
     if (mHost) mHost->listDevices(&devices);
     if (index < 0 || static_cast<unsigned int>(index) >= devices.size()) {
-        sendReply("ERROR: INVALID DEVICE INDEX");
+        sendReply(protocol::kErrorDeviceIndex);
         return nullptr;
     }
     return devices.get(static_cast<unsigned int>(index));
@@ -458,7 +346,7 @@ zn::IDevControl* RemoteCtrl::getDevCtrl() {
     zn::IPluginHandle* handle = mHost ? mHost->findPlugin(kDevControlName) : nullptr;
     void* control = handle ? handle->privateInterface() : nullptr;
     if (control == nullptr) {
-        sendReply("ERROR: UNEXPECTED ERROR");
+        sendReply(protocol::kErrorUnexpected);
         return nullptr;
     }
     return static_cast<zn::IDevControl*>(control);
@@ -469,8 +357,7 @@ zn::IDevControl* RemoteCtrl::getDevCtrl() {
 bool RemoteCtrl::resolveGuiTarget(const std::vector<std::string>& args, size_t expectedCount,
                                   zn::IDev*& device, zn::IDevControl*& control) {
     if (args.size() != expectedCount) {
-        sendReply(expectedCount == 2 ? "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 2)"
-                                     : "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 1)");
+        sendReply(expectedCount == 2 ? protocol::kErrorTwoArguments : protocol::kErrorOneArgument);
         return false;
     }
     device = getDev(str::toNumDef<int>(args[0], -1));
@@ -495,7 +382,7 @@ void RemoteCtrl::guiIsRunning(std::vector<std::string> args) {
     zn::IDev* device;
     zn::IDevControl* control;
     if (resolveGuiTarget(args, 1, device, control))
-        sendReply(control->isRunning(device) ? "YES" : "NO");
+        sendReply(control->isRunning(device) ? protocol::kReplyYes : protocol::kReplyNo);
 }
 
 void RemoteCtrl::guiStop(std::vector<std::string> args) {
@@ -525,7 +412,7 @@ void RemoteCtrl::acqFunction() {
     mAcqDev = nullptr;
     mAcqRunning = false;
     // With no client connected the reply is dropped.
-    sendReply(result == 0 ? "OK" : "ERROR: ACQUISITION FAILED");
+    sendReply(result == 0 ? protocol::kReplyOk : protocol::kErrorAcquisitionFailed);
     --mAcqThreads;  // last touch of this object
 }
 

@@ -28,9 +28,8 @@
 //   shut down (closing alone does not end a pending accept on Linux), so onClose returns after one
 //   poll interval. A running acquisition is aborted too, and onClose waits (within its time-out)
 //   for the acquisition thread to finish, so no thread of ours runs on after the host unloads us.
-// - A line the tokenizer cannot take apart (a lone double quote) is answered "ERROR: INVALID
-// COMMAND
-//   SYNTAX"; the session goes on.
+// - The command language (trimming, the split at "(", quotes, name matching) and every reply
+//   text live in protocol/, shared with the clients.
 // - If the acquisition thread cannot be started, the reply is "ERROR: ACQUISITION FAILED" and the
 //   plug-in stays idle.
 // - A failing accept() is retried after a short pause unless a stop was requested.
@@ -58,22 +57,6 @@ namespace PluginRemoteCtrl {
 // (the start record is then released and func never runs).
 int createThread(void (*func)(void*), void* arg);
 
-// Splits text at every character of delimiters, keeping empty pieces: n delimiters give n + 1
-// pieces. The search resumes delimiters.size() characters after the delimiter found.
-std::vector<std::string> splitString(const std::string& text, const std::string& delimiters);
-
-// A command line taken apart: what processCommandString hands to processCommand.
-struct ParsedCommand {
-    enum class Kind { Command, Ignored, SyntaxError };
-    Kind kind = Kind::Ignored;
-    std::string name;
-    std::vector<std::string> args;
-};
-
-// Splits a line at "(" into name and argument text (its last character dropped) and tokenizes the
-// arguments. A line without "(" is Ignored; a tokenizer failure is a SyntaxError.
-ParsedCommand parseCommandString(const std::string& line);
-
 class RemoteCtrl : public zn::IZnPlugin {
 public:
     static const char* PLUGIN_NAME;
@@ -100,9 +83,7 @@ public:
     // The port the server listens on (its low 16 bits) and reports in its log message.
     int port() const { return mPort; }
 
-    // Cuts argument text into tokens: blanks around a token are dropped, a token that starts with
-    // a double quote may hold delimiters and ends at the next piece that ends with one. An
-    // unterminated quoted token is dropped. Returns nothing when a piece is a lone double quote.
+    // The command language's tokenizer (see protocol/command_language.h).
     static std::optional<std::vector<std::string>> tokenizeQuotedString(
         const std::string& text, const std::string& delimiters);
 

@@ -1,5 +1,9 @@
 #include "apps/rcclient/session.h"
 
+#include "apps/rcclient/commands.h"
+#include "protocol/command_language.h"
+#include "protocol/replies.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -12,9 +16,6 @@ namespace {
 
 constexpr double kPollSeconds = 0.2;
 constexpr double kSendSeconds = 1.0;
-constexpr const char* kErrorPrefix = "ERROR: ";
-constexpr const char* kStopCommand = "STOP()";
-constexpr const char* kQuitCommand = "QUIT()";
 
 void clearProgress() {
     std::fputs("\r\033[K", stderr);
@@ -23,11 +24,12 @@ void clearProgress() {
 }  // namespace
 
 Step Session::run(const std::string& line) {
-    std::string command = trimCommand(line);
-    LineKind kind = classifyCommand(command);
-    if (kind == LineKind::Blank) return Step::Next;
-    if (kind == LineKind::Quit) return send(command) ? Step::Quit : Step::Broken;
-    if (kind == LineKind::Start) return runStart(command);
+    const std::string command(protocol::trimLineEnd(line));
+    // An empty line is skipped rather than sent: the server would take it as the end.
+    if (command.empty()) return Step::Next;
+    const protocol::PairingKind kind = protocol::pairingKind(command);
+    if (kind == protocol::PairingKind::SessionEnd) return send(command) ? Step::Quit : Step::Broken;
+    if (kind == protocol::PairingKind::Start) return runStart(command);
     unsigned long ticket = 0;
     if (!sendCommand(command, kind, ticket)) return Step::Broken;
     return readUntil([&] { return mPairing.answered(ticket); }, getPrecTime() + mSettings.timeout,
@@ -35,7 +37,7 @@ Step Session::run(const std::string& line) {
 }
 
 void Session::quit() {
-    send(kQuitCommand);
+    send(protocol::kQuitCommand);
 }
 
 // The Ctrl-C handler goes in before START is sent, so that an interrupt at any moment of the
@@ -46,7 +48,7 @@ Step Session::runStart(const std::string& command) {
     StopOnInterrupt interrupt;
     watch.interrupt = &interrupt;
     unsigned long ticket = 0;
-    if (!sendCommand(command, LineKind::Start, ticket)) return Step::Broken;
+    if (!sendCommand(command, protocol::PairingKind::Start, ticket)) return Step::Broken;
     watch.started = getPrecTime();
     mFinalArrived = false;
     Step step = readUntil([&] { return mPairing.answered(ticket); },
@@ -64,7 +66,7 @@ Step Session::runStart(const std::string& command) {
 // short with EINTR) is acted on at once.
 template <typename Done>
 Step Session::readUntil(Done done, double deadline, const std::string& command, StartWatch* watch) {
-    std::vector<Routed> routed;
+    std::vector<protocol::Routed> routed;
     while (!done()) {
         if (watch != nullptr) watchTick(*watch);
         double now = getPrecTime();
@@ -75,31 +77,31 @@ Step Session::readUntil(Done done, double deadline, const std::string& command, 
         if (result != LineReader::Result::Line) return report(result, command);
         routed.clear();
         mPairing.take(line, routed);
-        for (const Routed& entry : routed)
+        for (const protocol::Routed& entry : routed)
             handle(entry, watch);
     }
     return Step::Next;
 }
 
-void Session::handle(const Routed& routed, StartWatch* watch) {
+void Session::handle(const protocol::Routed& routed, StartWatch* watch) {
     if (watch != nullptr && mSettings.showProgress) clearProgress();
-    if (routed.kind == Routed::Kind::Stray) {
+    if (routed.kind == protocol::Routed::Kind::Stray) {
         std::fprintf(stderr,
                      "rcclient: dropped \"%s\": no acquisition of this client was pending, so it "
                      "ends an earlier client's START\n",
                      routed.line.c_str());
         return;
     }
-    if (routed.kind == Routed::Kind::Final) mFinalArrived = true;
+    if (routed.kind == protocol::Routed::Kind::Final) mFinalArrived = true;
     printReply(routed.line);
 }
 
 void Session::watchTick(StartWatch& watch) {
     if (watch.interrupt->takeStopRequest()) {
         if (mSettings.showProgress) clearProgress();
-        std::fprintf(stderr, "rcclient: interrupted, sending %s\n", kStopCommand);
+        std::fprintf(stderr, "rcclient: interrupted, sending %s\n", protocol::kStopCommand);
         unsigned long ticket = 0;
-        sendCommand(kStopCommand, LineKind::Other, ticket);
+        sendCommand(protocol::kStopCommand, protocol::PairingKind::Other, ticket);
     }
     if (!mSettings.showProgress) return;
     double elapsed = getPrecTime() - watch.started;
@@ -111,9 +113,9 @@ void Session::watchTick(StartWatch& watch) {
 }
 
 // The command and its sync line go out in one write, so the server never waits for the sync.
-bool Session::sendCommand(const std::string& command, LineKind kind, unsigned long& ticket) {
-    std::string text = kind == LineKind::SelfSync ? command : command + "\n" + kSyncCommand;
-    if (!send(text)) return false;
+bool Session::sendCommand(const std::string& command, protocol::PairingKind kind,
+                          unsigned long& ticket) {
+    if (!send(protocol::withSyncLine(command, kind))) return false;
     ticket = mPairing.sent(kind);
     return true;
 }
@@ -139,7 +141,7 @@ Step Session::report(LineReader::Result result, const std::string& command) {
 }
 
 void Session::printReply(const std::string& line) {
-    if (line.compare(0, std::strlen(kErrorPrefix), kErrorPrefix) == 0) mSawError = true;
+    if (protocol::isErrorReply(line)) mSawError = true;
     std::printf("%s\n", line.c_str());
     std::fflush(stdout);
 }

@@ -1,4 +1,5 @@
-// One connection's worth of commands: sends each command (with the sync line, see pairing.h),
+// One connection's worth of commands: sends each command (with the sync line, see
+// protocol/pairing.h),
 // waits until its replies are complete, and prints every reply line on standard output (flushed
 // at once, so scripts see lines as they come). A silent command thus costs one round trip.
 //
@@ -15,8 +16,8 @@
 
 #include "apps/rcclient/interrupt.h"
 #include "apps/rcclient/linereader.h"
-#include "apps/rcclient/pairing.h"
 #include "net/sockets.h"
+#include "protocol/pairing.h"
 
 namespace rcclient {
 
@@ -53,16 +54,16 @@ private:
     // Reads and routes lines until `done()` holds or `deadline` (getPrecTime seconds) passes.
     template <typename Done>
     Step readUntil(Done done, double deadline, const std::string& command, StartWatch* watch);
-    void handle(const Routed& routed, StartWatch* watch);
+    void handle(const protocol::Routed& routed, StartWatch* watch);
     void watchTick(StartWatch& watch);
-    bool sendCommand(const std::string& command, LineKind kind, unsigned long& ticket);
+    bool sendCommand(const std::string& command, protocol::PairingKind kind, unsigned long& ticket);
     bool send(const std::string& text);
     Step report(LineReader::Result result, const std::string& command);
     void printReply(const std::string& line);
 
     TCPSocket& mSocket;
     LineReader mReader;
-    ReplyPairing mPairing;
+    protocol::ReplyPairing mPairing;
     const std::string mPeer;
     const SessionSettings mSettings;
     bool mSawError = false;
