@@ -1,5 +1,6 @@
-// A small hand-written host for the plug-in tests: devices whose acquisitions block until released
-// or aborted, a devcontrol plug-in that records what it is asked, and a log that tests can read.
+// A small hand-written host for the plug-in tests: devices whose acquisitions may block until
+// released or aborted, a devcontrol plug-in that records what it is asked, and a readable log.
+// Every member a test changes while the plug-in's threads run is atomic or behind the mutex.
 #pragma once
 
 #include <atomic>
@@ -18,29 +19,25 @@ namespace testhost {
 
 class FakeDevice : public zn::IDev {
 public:
-    // What the device reports and returns; set before the plug-in uses the device.
-    // Atomic because tests change them while the plug-in's threads run.
-    std::atomic<double> minThreshold{0.0};
     std::atomic<double> maxThreshold{100.0};
-    std::atomic<bool> reportsRange{true};
     std::atomic<int> setThresholdResult{0};
     std::atomic<int> acqResult{0};
     std::atomic<int> abortResult{-1};
-    std::atomic<bool> blocking{false};  // runAcquisition waits for release() or abortAcquisition()
+    std::atomic<bool> blocking{false};  // runAcquisition waits for release() or an abort
 
     int runAcquisition(int count, double time, int flag, const char* fileName) override {
         std::unique_lock<std::mutex> lock(mMutex);
-        mCalls.push_back({count, time, flag, fileName});
+        mCalls.push_back(std::to_string(count) + " " + std::to_string(time) + " " +
+                         std::to_string(flag) + " " + fileName);
         mRunning = true;
         mCondition.notify_all();
         if (blocking)
             mCondition.wait_for(lock, std::chrono::seconds(10),
                                 [&] { return mAborted || mReleased; });
-        bool aborted = mAborted;
+        const bool aborted = mAborted;
         mAborted = mReleased = mRunning = false;
-        return aborted ? abortResult : acqResult;
+        return aborted ? abortResult.load() : acqResult.load();
     }
-
     int abortAcquisition() override {
         std::lock_guard<std::mutex> lock(mMutex);
         ++mAborts;
@@ -48,52 +45,32 @@ public:
         mCondition.notify_all();
         return 0;
     }
-
     int setThreshold(int selector, int kind, double value) override {
         std::lock_guard<std::mutex> lock(mMutex);
-        mThresholds.push_back({selector, kind, value});
+        mCalls.push_back("threshold " + std::to_string(selector) + " " + std::to_string(kind) +
+                         " " + std::to_string(value));
         return setThresholdResult;
     }
-
     int thresholdRange(int, int, double* minValue, double* maxValue) override {
-        if (reportsRange) {
-            *minValue = minThreshold;
-            *maxValue = maxThreshold;
-        }
+        *minValue = 5.0;
+        *maxValue = maxThreshold;
         return 0;
     }
 
-    // Lets a blocking acquisition end with acqResult.
     void release() {
         std::lock_guard<std::mutex> lock(mMutex);
         if (mRunning) mReleased = true;
         mCondition.notify_all();
     }
-
-    // Waits until an acquisition has started (bounded); false on time-out.
     bool waitUntilRunning() {
         std::unique_lock<std::mutex> lock(mMutex);
-        return mCondition.wait_for(lock, std::chrono::seconds(5), [&] { return mRunning; });
+        return mCondition.wait_for(lock, std::chrono::seconds(10), [&] { return mRunning; });
     }
-
-    struct AcqCall {
-        int count;
-        double time;
-        int flag;
-        std::string fileName;
-    };
-    struct ThresholdCall {
-        int selector;
-        int kind;
-        double value;
-    };
-    std::vector<AcqCall> calls() {
+    // Threshold settings and acquisitions, in order: "threshold 0 2 10.000000",
+    // "COUNT TIME FLAG FILE".
+    std::vector<std::string> calls() {
         std::lock_guard<std::mutex> lock(mMutex);
         return mCalls;
-    }
-    std::vector<ThresholdCall> thresholds() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mThresholds;
     }
     int aborts() {
         std::lock_guard<std::mutex> lock(mMutex);
@@ -107,42 +84,30 @@ private:
     bool mAborted = false;
     bool mReleased = false;
     int mAborts = 0;
-    std::vector<AcqCall> mCalls;
-    std::vector<ThresholdCall> mThresholds;
+    std::vector<std::string> mCalls;
 };
 
 class FakeDevControl : public zn::IDevControl {
 public:
+    std::vector<std::pair<zn::IDev*, std::string>> names;  // set by the test, for readable logs
+
     int setFile(zn::IDev* device, const char* fileName, int flag) override {
-        std::lock_guard<std::mutex> lock(mMutex);
-        log.push_back("setFile " + name(device) + " " + fileName + " " + std::to_string(flag));
-        return 0;
+        return record("setFile " + name(device) + " " + fileName + " " + std::to_string(flag));
     }
     int start(zn::IDev* device) override {
         std::lock_guard<std::mutex> lock(mMutex);
-        log.push_back("start " + name(device));
-        running.insert(device);
-        return 0;
+        mRunning.insert(device);
+        return recordLocked("start " + name(device));
     }
-    int stop(zn::IDev* device) override {
-        std::lock_guard<std::mutex> lock(mMutex);
-        log.push_back("stop " + name(device));
-        running.erase(device);
-        return 0;
-    }
+    int stop(zn::IDev* device) override { return record("stop " + name(device)); }
     bool isRunning(zn::IDev* device) override {
         std::lock_guard<std::mutex> lock(mMutex);
-        log.push_back("isRunning " + name(device));
-        return running.count(device) != 0;
+        return mRunning.count(device) != 0;
     }
-
     std::vector<std::string> calls() {
         std::lock_guard<std::mutex> lock(mMutex);
-        return log;
+        return mLog;
     }
-
-    // Devices are named by the test so that the log reads well.
-    std::vector<std::pair<zn::IDev*, std::string>> names;
 
 private:
     std::string name(zn::IDev* device) const {
@@ -150,10 +115,18 @@ private:
             if (entry.first == device) return entry.second;
         return "?";
     }
+    int record(const std::string& call) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return recordLocked(call);
+    }
+    int recordLocked(const std::string& call) {
+        mLog.push_back(call);
+        return 0;
+    }
 
     std::mutex mMutex;
-    std::vector<std::string> log;
-    std::set<zn::IDev*> running;
+    std::vector<std::string> mLog;
+    std::set<zn::IDev*> mRunning;
 };
 
 class FakeHandle : public zn::IPluginHandle {
@@ -183,16 +156,9 @@ public:
         mLog.push_back(std::string(source) + "|" + std::to_string(level) + "|" + message);
         return 0;
     }
-    int listDevices(zn::IPtrList<zn::IDev*>* list) override {
-        for (zn::IDev* device : devices)
-            list->add(device);
-        return 0;
-    }
+    int listDevices(zn::IPtrList<zn::IDev*>* list) override { return fill(list, devices); }
     int listDevicesFiltered(zn::IPtrList<zn::IDev*>* list, int filter) override {
-        lastFilter = filter;
-        for (zn::IDev* device : filtered)
-            list->add(device);
-        return 0;
+        return fill(list, filter == 1 ? filtered : std::vector<zn::IDev*>{});
     }
     zn::IPluginHandle* findPlugin(const char* name) override {
         return devControlLoaded && std::string(name) == "devcontrol" ? &handle : nullptr;
@@ -204,9 +170,13 @@ public:
         return mLog;
     }
 
-    std::atomic<int> lastFilter{0};
-
 private:
+    static int fill(zn::IPtrList<zn::IDev*>* list, const std::vector<zn::IDev*>& from) {
+        for (zn::IDev* device : from)
+            list->add(device);
+        return 0;
+    }
+
     std::mutex mMutex;
     std::vector<std::string> mLog;
 };

@@ -1,0 +1,185 @@
+// The plug-in in-process behind a real loopback connection: every reply cause, the acquisition
+// thread, the session loop, the settings and the life cycle.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "net/sockets.h"
+#include "tests/plugin/plugin_fixture.h"
+#include "tests/support/row_name.h"
+
+namespace testhost {
+namespace {
+
+struct ReplyRow {
+    const char* name;
+    const char* command;
+    const char* replies;         // joined by "|", "" for a silent command
+    const char* devControlCall;  // the devcontrol call it makes, "" for none
+};
+
+// dev0's threshold range is [5, 100): the minimum included, the maximum excluded.
+const ReplyRow kIdleReplies[] = {
+    {"start_no_arguments", "START()", "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 5)", ""},
+    {"start_six_arguments", "START(0,1,1,f,10,x)",
+     "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 5)", ""},
+    {"index_not_a_number", "START(abc,1,1,f,10)", "ERROR: INVALID DEVICE INDEX", ""},
+    {"index_negative", "START(-1,1,1,f,10)", "ERROR: INVALID DEVICE INDEX", ""},
+    {"index_past_the_list", "START(2,1,1,f,10)", "ERROR: INVALID DEVICE INDEX", ""},
+    {"count_negative", "START(0,-1,1,f,10)", "ERROR: INVALID ACQ COUNT", ""},
+    {"count_past_int", "START(0,3000000000,1,f,10)", "ERROR: INVALID ACQ COUNT", ""},
+    {"time_negative", "START(0,1,-0.5,f,10)", "ERROR: INVALID ACQ TIME", ""},
+    {"threshold_at_maximum", "START(0,1,1,f,100)", "ERROR: INVALID THL", ""},
+    {"threshold_below_minimum", "START(0,1,1,f,4.9)", "ERROR: INVALID THL", ""},
+    {"threshold_not_a_number", "START(0,1,1,f,high)", "ERROR: INVALID THL", ""},
+    {"unknown_name", "FOO()", "ERROR: UNKNOWN COMMAND", ""},
+    {"stop_while_idle", "STOP()", "", ""},
+    {"syntax_error", "A(\")", "ERROR: INVALID COMMAND SYNTAX", ""},
+    {"no_parenthesis_ignored", "QUIT", "", ""},
+    {"quit_with_blank_is_a_name", " QUIT()", "ERROR: UNKNOWN COMMAND", ""},
+    {"gui_start", "gui_start(1)", "", "start dev1"},
+    {"gui_stop", "GUI_STOP(0)", "", "stop dev0"},
+    {"gui_setfile", "GUI_SETFILE(1,\"a, b\")", "", "setFile dev1 a,b 1"},
+    {"gui_isrunning", "GUI_ISRUNNING(0)", "NO", ""},
+    {"gui_index_past_the_full_list", "GUI_START(2)", "ERROR: INVALID DEVICE INDEX", ""},
+    {"gui_index_not_a_number", "GUI_STOP(x)", "ERROR: INVALID DEVICE INDEX", ""},
+    {"gui_start_two_arguments", "GUI_START(0,1)", "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 1)",
+     ""},
+    {"gui_setfile_one_argument", "GUI_SETFILE(0)",
+     "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 2)", ""},
+};
+
+class IdleReplyTest : public PluginTest, public ::testing::WithParamInterface<ReplyRow> {};
+
+TEST_P(IdleReplyTest, AnswersAndCallsDevControl) {
+    start();
+    EXPECT_EQ(client.exchange(GetParam().command), GetParam().replies);
+    const std::vector<std::string> calls = host.devControl.calls();
+    EXPECT_EQ(calls.empty() ? "" : calls.back(), GetParam().devControlCall);
+    EXPECT_TRUE(dev0.calls().empty() && dev1.calls().empty()) << "a refused START reached a device";
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, IdleReplyTest, ::testing::ValuesIn(kIdleReplies), RowName());
+
+TEST_F(PluginTest, AcceptedStartSetsTheThresholdAndRepliesWhenTheAcquisitionEnds) {
+    host.filtered = {&dev1};  // START counts in the filtered list, GUI_ commands in the full one
+    start();
+    EXPECT_EQ(client.acquire("start(0x,2.9,0.5,\"run, 1.txt\",5)"), "OK");
+    EXPECT_EQ(dev1.calls(),
+              (std::vector<std::string>{"threshold 0 2 5.000000", "2 0.500000 1 run,1.txt"}));
+    EXPECT_EQ(client.exchange("START(1,1,0,f,10)"), "ERROR: INVALID DEVICE INDEX");
+    dev1.setThresholdResult = 3;
+    EXPECT_EQ(client.exchange("START(0,1,0,f,10)"), "ERROR: FAILED SETTING THL");
+    dev1.setThresholdResult = 0;
+    dev1.acqResult = 7;
+    EXPECT_EQ(client.acquire("START(0,0,0,,99.5)"), "ERROR: ACQUISITION FAILED");
+}
+
+TEST_F(PluginTest, WhileAcquiringOnlyStartIsRefusedAndStopAborts) {
+    dev0.blocking = true;
+    start();
+    EXPECT_EQ(client.exchange("START(0,5,1,f,10)"), "");
+    ASSERT_TRUE(dev0.waitUntilRunning());
+    EXPECT_EQ(client.exchange("START()"), "ERROR: ACQ ALREADY RUNNING");
+    EXPECT_EQ(client.exchange("FOO()"), "");
+    EXPECT_EQ(client.exchange("GUI_ISRUNNING(1)"), "NO");
+    EXPECT_EQ(client.exchange("STOP()"), "");
+    EXPECT_EQ(client.nextFinal(), "ERROR: ACQUISITION FAILED");  // the abort result is -1
+    EXPECT_EQ(dev0.aborts(), 1);
+    EXPECT_EQ(client.exchange("FOO()"), "ERROR: UNKNOWN COMMAND");  // idle before the reply
+    dev0.abortResult = 0;
+    EXPECT_EQ(client.exchange("START(0,5,1,f,10)"), "");
+    ASSERT_TRUE(dev0.waitUntilRunning());
+    EXPECT_EQ(client.exchange("STOP()"), "");
+    EXPECT_EQ(client.nextFinal(), "OK");
+}
+
+TEST_F(PluginTest, StartSentTheMomentOkArrivesIsAccepted) {
+    start();
+    for (int round = 0; round < 100; ++round)
+        ASSERT_EQ(client.request("START(0,1,0,f,10)"), "OK") << "round " << round;
+}
+
+TEST_F(PluginTest, SessionEndsOnQuitOrAnEmptyLineAndTheNextClientIsServed) {
+    start();
+    for (const char* ending : {"QUIT()\r\n", "QUIT()   \n", "\n", "  \r\n"}) {
+        ASSERT_TRUE(client.sendText(ending));
+        EXPECT_TRUE(client.waitForClose(kReplyBound)) << ending;
+        ASSERT_TRUE(client.connect(port, kStartBound));
+    }
+    Client waiting;  // completes in the listen backlog while the first client is served
+    ASSERT_TRUE(waiting.connect(port, kStartBound));
+    ASSERT_TRUE(waiting.sendLine("GUI_ISRUNNING(0)"));
+    EXPECT_EQ(client.exchange("GUI_START(0)"), "");
+    client.sendLine("QUIT()");
+    std::string reply;
+    EXPECT_TRUE(waiting.readLine(reply, kReplyBound));
+    EXPECT_EQ(reply, "YES");
+}
+
+TEST_F(PluginTest, PeerCloseAfterAnUnterminatedCommandStillRunsIt) {
+    start();
+    client.sendText("GUI_START(0)\nGUI_STOP(1)");
+    client.close();
+    Client next;
+    ASSERT_TRUE(next.connect(port, kStartBound));
+    EXPECT_EQ(next.exchange("GUI_ISRUNNING(0)"), "YES");
+    EXPECT_EQ(host.devControl.calls(), (std::vector<std::string>{"start dev0", "stop dev1"}));
+}
+
+TEST_F(PluginTest, GuiCommandsCheckTheIndexBeforeDevControl) {
+    host.devControlLoaded = false;
+    start();
+    EXPECT_EQ(client.exchange("GUI_START(5)"), "ERROR: INVALID DEVICE INDEX");
+    EXPECT_EQ(client.exchange("GUI_START(0)"), "ERROR: UNEXPECTED ERROR");
+    host.devControlLoaded = true;
+    host.handle.interface = nullptr;
+    EXPECT_EQ(client.exchange("GUI_ISRUNNING(0)"), "ERROR: UNEXPECTED ERROR");
+}
+
+TEST_F(PluginTest, CloseAbortsARunningAcquisitionAndEndsTheSession) {
+    dev0.blocking = true;
+    start();
+    client.sendLine("START(0,1,1,f,10)");
+    ASSERT_TRUE(dev0.waitUntilRunning());
+    close();
+    EXPECT_EQ(dev0.aborts(), 1);
+    EXPECT_TRUE(client.waitForClose(kReplyBound));
+    const int threads = threadCount();
+    EXPECT_EQ(plugin.initialize(&host), 0);  // one cycle per object: no new server
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(threadCount(), threads);
+}
+
+TEST_F(PluginTest, ThePortComesFromTheSettingsFile) {
+    const std::pair<const char*, int> rows[] = {{"", 59876}, {"1234abc", 1234}, {"abc", 59876}};
+    for (const auto& [value, expected] : rows) {
+        TempDir dir;
+        if (*value != '\0') writePortSetting(dir.path(), value);
+        FakeHost quiet;
+        quiet.settingsDir = dir.path();
+        PluginRemoteCtrl::RemoteCtrl other;
+        other.initialize(&quiet);
+        other.onClose();
+        EXPECT_EQ(other.port(), expected) << value;
+    }
+}
+
+TEST_F(PluginTest, APortInUseIsLoggedOnceWithTheConfiguredNumber) {
+    TCPServerSocket taken;
+    ASSERT_EQ(taken.startServer(0, 1), 0);
+    // Only the low 16 bits reach the socket; the message shows the configured number.
+    const std::string configured = std::to_string(65536 + taken.getLocalPort());
+    writePortSetting(settingsDir.path(), configured);
+    ASSERT_EQ(plugin.initialize(&host), 0);
+    started = true;
+    for (int i = 0; i < 250 && host.logLines().empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(host.logLines(),
+              (std::vector<std::string>{"remotectrl|0|Could not start the remote server at port " +
+                                        configured}));
+}
+
+}  // namespace
+}  // namespace testhost
