@@ -18,7 +18,7 @@
 
 namespace {
 
-TEST(StrFormat, FormatsTextsOfEveryLengthOnce) {
+TEST(StrFormat, FormatsAnyLengthAndEndsAtAZeroOrAnError) {
     for (const size_t length : {0, 511, 512, 5000}) {
         const std::string text(length, 'a');
         EXPECT_EQ(str::format("%s", text.c_str()), text);
@@ -47,8 +47,9 @@ bool same(double a, double b) {
 TEST(StrToNumDef, ReadsTheDocumentedExamples) {
     EXPECT_EQ(str::toNumDef<int>("0x1F", -1) + str::toNumDef<int>("4.9", -1), 4);
     EXPECT_EQ(str::toNumDef<int>("2147483648", -1), -1);
-    for (const char* text : {"1e", "1e+", "1e999", "inf", "nan", "0x1p3"})
-        EXPECT_EQ(str::toNumDef<double>(text, -1.5), text[0] == '0' ? 0.0 : -1.5) << text;
+    for (const char* text : {"1e", "1e+", "1e999", "inf", "nan"})
+        EXPECT_EQ(str::toNumDef<double>(text, -1.5), -1.5) << text;
+    EXPECT_EQ(str::toNumDef<double>("0x1p3", -1.5), 0.0) << "no hexadecimal form";
 }
 
 // Everything else must read exactly as the stream reads it: the edges of the int and double
@@ -127,8 +128,7 @@ const FileRow kFileRows[] = {
     {"FurtherSeparatorsInValue", "Path=a=b\n", 0, "!: Path=a=b\n"},
     {"RepeatedKeyReplaces", "[S]\nk=1\n[T]\n[S]\nk=2\n", 3, "S: k=2\n"},
     {"CompositeKeysCollide", "[a|b]\nc=1\n[a]\nb|c=2\n", 2, "a: b|c=2\n"},
-    {"KeysByteWisePrefixFirst", "b\nA B\n\xC3\xA9\nA\n", 0,
-     "!: A=\n!: A B=\n!: b=\n!: \xC3\xA9=\n"},
+    {"KeysInByteOrder", "b\nA B\n\xC3\xA9\nA\n", 0, "!: A=\n!: A B=\n!: b=\n!: \xC3\xA9=\n"},
     {"SectionsInCompositeKeyOrder", "[A]\nk\n[A B]\nk\n", 2, "A B: k=\nA: k=\n"},
 };
 
@@ -226,8 +226,8 @@ TEST(IniFile, LooksUpWithDefaultsAndWritesNumbersAsTheStreamDoes) {
     EXPECT_FALSE(ini.itemExists("S", "none") || ini.getBool("S", "none", false));
     ini.set("S", "k", " 123abc");
     EXPECT_EQ(ini.getInt("S", "k", 5), 123);
-    ini.set("S", "k", -5);
-    EXPECT_EQ(ini.get("S", "k", ""), "-5");
+    ini.set("S", "k", -7);
+    EXPECT_EQ(ini.get("S", "k", ""), "-7");
     std::string numbers;
     for (double value : {0.5, 2.0, 3.14159265, 100000.0, 1e6, 0.00001}) {
         ini.set("S", "d", value);
