@@ -1,9 +1,5 @@
-// Asks a command server whose port is in a remotectrl.ini file whether device 1 is running, and
-// prints the answer: uses every library of the installed package.
-//
-//   consumer SETTINGS_FILE
-//
-// Exit status: 0 with the answer printed, 1 on any failure (described on standard error).
+// Asks the command server whose port is in the remotectrl.ini file given whether device 1 runs and
+// prints the answer, using every library of the installed package. Exit status 1 on any failure.
 #include <cstdio>
 #include <string>
 
@@ -13,34 +9,21 @@
 #include "settings/inifile.h"
 #include "settings/str.h"
 
-namespace {
-
-constexpr double kTimeout = 10.0;
-
-int fail(const std::string& message) {
-    std::fprintf(stderr, "consumer: %s\n", message.c_str());
-    return 1;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
-    if (argc != 2 || !matchMask(argv[1], "*.ini")) return fail("usage: consumer SETTINGS.ini");
+    constexpr double kTimeout = 10.0;
+    if (argc != 2 || !matchMask(argv[1], "*.ini")) return 1;
     IniFile settings(argv[1], "=");
-    if (settings.load(nullptr) != 0) return fail(str::format("cannot read %s", argv[1]));
-    int port = settings.getInt("Settings", "Port", -1);
-
     zn::PtrList<int> ports;
-    ports.add(port);
+    ports.add(settings.load(nullptr) == 0 ? settings.getInt("Settings", "Port", -1) : -1);
     TCPSocket socket;
-    if (socket.connect("127.0.0.1", static_cast<unsigned short>(ports.get(0)), kTimeout) != 0)
-        return fail(str::format("cannot connect to port %d", port));
-    // The sync line marks the end of the command's replies.
-    if (socket.sendLine("GUI_ISRUNNING(1)\nGUI_SETFILE()", kTimeout) <= 0)
-        return fail("cannot send");
     std::string answer, sync;
-    if (socket.getLine(answer, kTimeout) != 0 || socket.getLine(sync, kTimeout) != 0)
-        return fail("no answer");
+    // The sync line marks the end of the command's replies.
+    if (socket.connect("127.0.0.1", static_cast<unsigned short>(ports.get(0)), kTimeout) != 0 ||
+        socket.sendLine("GUI_ISRUNNING(1)\nGUI_SETFILE()", kTimeout) <= 0 ||
+        socket.getLine(answer, kTimeout) != 0 || socket.getLine(sync, kTimeout) != 0) {
+        std::fputs(str::format("consumer: no answer from port %d\n", ports.get(0)).c_str(), stderr);
+        return 1;
+    }
     socket.sendLine("QUIT()", kTimeout);
     std::printf("%s\n", answer.c_str());
     return 0;

@@ -1,0 +1,218 @@
+// znhost and rcclient as processes on loopback: refusals before anything runs, the stop signals, a
+// port already taken, clients that vanish or never read, and rcclient against a real znhost.
+#include <signal.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "tests/support/files.h"
+#include "tests/support/process.h"
+#include "tests/support/raw_client.h"
+#include "tests/support/row_name.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using namespace testsupport;
+
+struct Ended {
+    int exitCode;
+    std::string out, err;
+};
+
+// Every test gets its own folder: the settings file naming a free loopback port, and data/.
+class ProcessTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(std::filesystem::create_directory(mTemp.file("data")));
+        writeFile(mTemp.file("remotectrl.ini"), "[Settings]\nPort=" + std::to_string(mPort) + "\n");
+    }
+
+    // Starts rcclient on the test's port or znhost with the test's folders, then `args`, where "@"
+    // at the start stands for the test's folder; NAME.in is its input, NAME.out/.err its output.
+    void start(ChildProcess& process, const std::string& name, std::vector<std::string> args,
+               const std::string& input = "") {
+        for (std::string& arg : args)
+            if (arg[0] == '@') arg = mTemp.path() + arg.substr(1);
+        std::vector<std::string> program = {ZNHOST_PATH, "--settings-dir", mTemp.path(),
+                                            "--data-dir", mTemp.file("data")};
+        if (name == "rcclient") program = {RCCLIENT_PATH, "--port", std::to_string(mPort)};
+        args.insert(args.begin(), program.begin(), program.end());
+        writeFile(mTemp.file(name + ".in"), input);
+        ASSERT_TRUE(process.start(args, mTemp.file(name + ".out"), mTemp.file(name + ".err"),
+                                  mTemp.file(name + ".in")));
+    }
+    Ended finish(ChildProcess& process, const std::string& name) {
+        EXPECT_TRUE(process.waitForExit(kExitBound)) << name << " did not end";
+        process.kill();
+        return {process.exitCode(), readFile(mTemp.file(name + ".out")),
+                readFile(mTemp.file(name + ".err"))};
+    }
+    // Starts znhost as mHost and waits until its command server has accepted a connection.
+    void startServing(const std::vector<std::string>& args = {}) {
+        ASSERT_NO_FATAL_FAILURE(start(mHost, "znhost", args));
+        ASSERT_TRUE(waitForFileText(mTemp.file("znhost.out"), "ready\n", kStartBound));
+        RawClient probe;
+        ASSERT_TRUE(probe.connect(mPort, kStartBound));
+    }
+    bool hostLogged(const std::string& text) const {
+        return waitForFileText(mTemp.file("znhost.err"), text, kReplyBound);
+    }
+    // The documented stop: "closed" last and status 0.
+    void expectStops(ChildProcess& host, const std::string& name, int signal = SIGTERM) {
+        host.sendSignal(signal);
+        Ended ended = finish(host, name);
+        EXPECT_EQ(ended.exitCode, 0) << ended.err;
+        EXPECT_EQ(ended.out,
+                  "loaded remotectrl: Plugin that adds tcp/ip interface\nready\nclosed\n");
+    }
+
+    TempDir mTemp;
+    ChildProcess mHost;
+    const int mPort = freeLoopbackPort();
+};
+
+struct RefusalRow {
+    const char* name;
+    std::vector<std::string> args;
+    int exitCode;
+    const char* mentioned;  // in standard output or error
+};
+
+const RefusalRow kRefusals[] = {
+    {"help", {"--help"}, 0, "Usage: znhost [--config FILE]"},
+    {"unknown_option", {"--verbose"}, 2, "znhost: unknown option --verbose\n\nUsage: znhost"},
+    {"config_error", {"--config", "@/bad.ini"}, 2, "/bad.ini: [Device0] FrameWidth: \"wide\""},
+    {"no_settings_folder", {"--settings-dir", "@/none"}, 2, "/none is not a folder"},
+    {"no_data_folder", {"--data-dir", "@/none"}, 2, "znhost: data folder /"},
+    {"plugin_missing", {"--plugin", PLUGIN_PATH, "--plugin", "@/none.so"}, 2, "/none.so: "},
+    {"plugin_without_entry", {"--plugin", NO_ENTRY_MODULE_PATH}, 2, "exports no znGetPlugin"},
+};
+
+class RefusalTest : public ProcessTest, public ::testing::WithParamInterface<RefusalRow> {};
+
+TEST_P(RefusalTest, ExitsBeforeAnythingRuns) {
+    writeFile(mTemp.file("bad.ini"), "[Device0]\nFrameWidth=wide\n");
+    ASSERT_NO_FATAL_FAILURE(start(mHost, "znhost", GetParam().args));
+    Ended ended = finish(mHost, "znhost");
+    EXPECT_EQ(ended.exitCode, GetParam().exitCode);
+    EXPECT_NE((ended.out + ended.err).find(GetParam().mentioned), std::string::npos) << ended.err;
+    EXPECT_TRUE(ended.exitCode == 0 || ended.out.empty()) << ended.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, RefusalTest, ::testing::ValuesIn(kRefusals), RowName());
+
+// A second znhost finds the port taken and says so; SIGINT stops it, and SIGTERM the first one in
+// the middle of an acquisition, with its client connected.
+TEST_F(ProcessTest, PortTakenIsLoggedAndStopSignalsEndCleanly) {
+    ASSERT_NO_FATAL_FAILURE(startServing({"--trace"}));
+    ChildProcess second;
+    ASSERT_NO_FATAL_FAILURE(start(second, "second", {}));
+    EXPECT_TRUE(waitForFileText(
+        mTemp.file("second.err"),
+        "[remotectrl] Could not start the remote server at port " + std::to_string(mPort) + "\n",
+        kStartBound));
+    expectStops(second, "second", SIGINT);
+    RawClient client;
+    ASSERT_TRUE(client.connect(mPort, kReplyBound) && client.sendLine("START(0,1,600,run.txt,10)"));
+    ASSERT_TRUE(hostLogged("trace: sim0.runAcquisition(1, 600, 1, \"run.txt\")\n"));
+    expectStops(mHost, "znhost");
+    EXPECT_TRUE(client.waitForClose(kReplyBound));
+}
+
+long entryCount(const std::string& folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), {});
+}
+
+// znhost leaves SIGPIPE at its default action, so a reply sent to a client that has gone would end
+// it unless the plug-in guards its sends itself.
+TEST_F(ProcessTest, SurvivesClientsThatLeaveAndReturnsToIdle) {
+    ASSERT_NO_FATAL_FAILURE(startServing({"--trace"}));
+    const std::string proc = "/proc/" + std::to_string(mHost.pid());
+    auto counts = [&] {
+        return std::to_string(entryCount(proc + "/fd")) + " descriptors, " +
+               std::to_string(entryCount(proc + "/task")) + " threads";
+    };
+    RawClient client;
+    ASSERT_TRUE(client.connect(mPort, kReplyBound) && client.request("GUI_ISRUNNING(0)") == "NO");
+    ASSERT_TRUE(client.sendLine("QUIT()") && client.waitForClose(kReplyBound));
+    const std::string idle = counts();
+
+    // Each reply is longer than its command, so the replies outgrow the socket buffers and the
+    // server is still sending when this client, which never reads, goes.
+    std::string burst;
+    for (int i = 0; i < 5000; ++i)
+        burst += "START()\n";
+    ASSERT_TRUE(client.connect(mPort, kReplyBound) && client.sendText(burst));
+    client.close();
+    ASSERT_TRUE(client.connect(mPort, kReplyBound) && client.sendLine("START(0,1,600,,10)"));
+    ASSERT_TRUE(hostLogged("trace: sim0.runAcquisition(1, 600, 1, \"\")\n"));
+    client.abort();
+
+    // The orphaned acquisition's final line goes to whoever is connected when it ends.
+    ASSERT_TRUE(client.connect(mPort, kReplyBound));
+    EXPECT_EQ(client.request("STOP()"), "ERROR: ACQUISITION FAILED");
+    ASSERT_TRUE(client.sendLine("QUIT()") && client.waitForClose(kReplyBound));
+    std::string now = counts();
+    for (int i = 0; i < 500 && now != idle; ++i, now = counts())
+        std::this_thread::sleep_for(milliseconds(20));
+    EXPECT_EQ(now, idle);
+    expectStops(mHost, "znhost");
+}
+
+struct ClientRow {
+    const char* name;
+    std::vector<std::string> args;
+    std::string out;
+    int exitCode;
+    const char* input = "";
+};
+
+const std::string kNoIndex = "ERROR: INVALID DEVICE INDEX\n";
+const std::string kSync = "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 2)\n";  // the sync text
+
+// An "OK" means the acquisition wrote data/run.txt, 10 frames of 16 rows.
+const ClientRow kClientRows[] = {
+    {"answers", {"GUI_START(1)", "GUI_ISRUNNING(1)", "GUI_SETFILE(1,a)", "STOP()"}, "YES\n", 0},
+    {"errors", {"GUI_STOP(2)", "GUI_SETFILE(0)", "GUI_ISRUNNING(0)"}, kNoIndex + kSync + "NO\n", 1},
+    {"start_waits_for_its_final_line", {"START(0,10,0.01,run.txt,10)", ""}, "OK\n", 0},
+    {"given_time_out", {"--timeout", "2", "START(0,10,0.3,run.txt,10)"}, "OK\n", 0},
+    {"refused_start", {"START(0,100000,100,x,1000)"}, "ERROR: INVALID THL\n", 1},
+    {"quit_ends_the_commands", {"GUI_ISRUNNING(0)", "QUIT()", "GUI_ISRUNNING(9)"}, "NO\n", 0},
+    {"input_until_quit", {}, "YES\n", 0, "GUI_START(1)\n\nGUI_ISRUNNING(1)\r\nQUIT()\nFOO()\n"},
+    {"input_until_its_end", {}, kNoIndex + "NO\n", 1, "GUI_ISRUNNING(5)\nGUI_ISRUNNING(0)"},
+    {"no_server", {"--port", "1", "GUI_ISRUNNING(0)"}, "", 2},
+    {"usage_error", {"--port", "0"}, "", 2},
+};
+
+class RcclientTest : public ProcessTest, public ::testing::WithParamInterface<ClientRow> {};
+
+TEST_P(RcclientTest, PrintsRepliesInOrderAndExitsAccordingly) {
+    ASSERT_NO_FATAL_FAILURE(startServing());
+    ChildProcess client;
+    ASSERT_NO_FATAL_FAILURE(start(client, "rcclient", GetParam().args, GetParam().input));
+    Ended ended = finish(client, "rcclient");
+    EXPECT_EQ(ended.exitCode, GetParam().exitCode) << ended.err;
+    EXPECT_TRUE(ended.exitCode != 0 || ended.err.empty()) << "no progress without a terminal";
+    EXPECT_EQ(ended.out, GetParam().out);
+    EXPECT_EQ(splitLines(readFile(mTemp.file("data/run.txt"))).size(),
+              ended.out == "OK\n" ? 160u : 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, RcclientTest, ::testing::ValuesIn(kClientRows), RowName());
+
+TEST_F(ProcessTest, RcclientInterruptedDuringStartSendsStopAndWaitsForTheFinalLine) {
+    ASSERT_NO_FATAL_FAILURE(startServing({"--trace"}));
+    ChildProcess client;
+    ASSERT_NO_FATAL_FAILURE(start(client, "rcclient", {"START(0,1,600,,10)"}));
+    ASSERT_TRUE(hostLogged("trace: sim0.runAcquisition(1, 600, 1, \"\")\n"));
+    client.sendSignal(SIGINT);
+    Ended ended = finish(client, "rcclient");
+    EXPECT_EQ(ended.out, "ERROR: ACQUISITION FAILED\n");
+    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_NE(ended.err.find("interrupted, sending STOP()"), std::string::npos) << ended.err;
+}
+
+}  // namespace

@@ -1,0 +1,345 @@
+// znhost's pieces in-process: the config file, both programs' command lines, trace text, data
+// paths, the simulated devices, devcontrol and host core, and the plug-in module loaded into that
+// host and unloaded again.
+#include <dlfcn.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <future>
+#include <sstream>
+#include <thread>
+
+#include "apps/rcclient/options.h"
+#include "apps/znhost/datapath.h"
+#include "apps/znhost/options.h"
+#include "apps/znhost/pluginloader.h"
+#include "apps/znhost/simhost.h"
+#include "host/ptrlist.h"
+#include "tests/support/files.h"
+#include "tests/support/raw_client.h"
+#include "tests/support/row_name.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using namespace testsupport;
+using namespace znhost;
+
+const Tracer kQuiet(false, -1);
+
+// The whole config in one line, or "error: " and the message without the file name.
+std::string loaded(const char* text) {
+    TempDir temp;
+    const std::string path = temp.file("host.ini");
+    if (text != nullptr) writeFile(path, text);
+    HostConfig config;
+    std::string error;
+    if (!loadHostConfig(path, config, error)) return "error: " + error.substr(path.size() + 2);
+    std::ostringstream out;
+    out << "devcontrol " << config.devControl.loaded << config.devControl.privateInterface;
+    for (const DeviceConfig& d : config.devices)
+        out << " | " << d.name << " " << d.filtered << " " << d.thresholdMin << " "
+            << d.thresholdMax << " " << d.reportRange << " " << d.setThresholdResult << " "
+            << d.acqResult << " " << d.abortResult << " " << d.frameWidth << "x" << d.frameHeight;
+    return out.str();
+}
+
+// Rows give the input and the start of the expected text.
+struct ConfigRow {
+    const char* name;
+    const char* text;  // nullptr: no file
+    const char* expected;
+};
+
+const ConfigRow kConfigRows[] = {
+    {"every_key_and_defaults",
+     "[DevControl]\r\nPrivateInterface=0\r\n[Device1]\n[Device0]\nName= det \nFiltered=false\n"
+     "ThresholdMin=-1.5\nThresholdMax=2e3\nReportRange=0\nSetThresholdResult=-7\nAcqResult=3\n"
+     "AbortResult=0\nFrameWidth=1\nFrameHeight=4096\n",
+     "devcontrol 10 | det 0 -1.5 2000 0 -7 3 0 1x4096 | sim1 1 0 100 1 0 0 -1 16x16"},
+    {"no_device_section", "[DevControl]\nLoaded=false\n", "devcontrol 01"},
+    {"missing_file", nullptr, "error: cannot read the file: No such file or directory"},
+    {"int_with_text", "[Device0]\nAcqResult=1x\n", "error: [Device0] AcqResult: \"1x\" is not a"},
+    {"int_too_big", "[Device0]\nAbortResult=99999999999\n", "error: [Device0] AbortResult: \""},
+    {"frame_side_zero", "[Device0]\nFrameWidth=0\n", "error: [Device0] FrameWidth: \"0\" is not"},
+    {"frame_side_too_big", "[Device0]\nFrameHeight=4097\n", "error: [Device0] FrameHeight: \"4"},
+    {"double_with_text", "[Device0]\nThresholdMin=1.5x\n", "error: [Device0] ThresholdMin: \""},
+    {"double_infinite", "[Device0]\nThresholdMax=inf\n", "error: [Device0] ThresholdMax: \"inf"},
+    {"blank_value", "[Device0]\nName=  \n", "error: [Device0] Name: empty value"},
+    {"bool_word", "[DevControl]\nLoaded=yes\n", "error: [DevControl] Loaded: \"yes\" is not"},
+    {"key_with_blank", "[Device0]\nName =x\n", "error: [Device0] Name : unknown key"},
+    {"same_name_twice", "[Device0]\nName=a\n[Device1]\nName=a\n", "error: [Device1] Name: \"a\""},
+    {"unknown_section", "[device0]\n", "error: [device0]: unknown section"},
+    {"leading_zero", "[Device00]\n", "error: [Device00]: unknown section"},
+    {"numbering_gap", "[Device0]\n[Device2]\n", "error: [Device2]: devices are numbered from 0"},
+    {"entry_before_section", "Name=x\n[Device0]\n", "error: Name: entry before the first section"},
+};
+
+class ConfigTest : public ::testing::TestWithParam<ConfigRow> {};
+
+TEST_P(ConfigTest, LoadsOrNamesTheFault) {
+    EXPECT_EQ(loaded(GetParam().text).substr(0, strlen(GetParam().expected)), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, ConfigTest, ::testing::ValuesIn(kConfigRows), RowName());
+
+struct OptionRow {
+    const char* name;
+    bool client;
+    std::vector<const char*> args;
+    const char* expected;  // the parse result as parsed() writes it, or the error
+};
+
+// A command line's parse result in one line, or "error: " and the message.
+std::string parsed(const OptionRow& row) {
+    std::vector<const char*> argv = row.args;
+    argv.insert(argv.begin(), "program");
+    const int argc = static_cast<int>(argv.size());
+    rcclient::ClientOptions c;
+    Options h;
+    std::string error;
+    if (row.client ? !rcclient::parseClientOptions(argc, argv.data(), c, error)
+                   : !parseOptions(argc, argv.data(), h, error))
+        return "error: " + error;
+    std::ostringstream out;
+    if (row.client) out << c.host << ":" << c.port << " " << c.timeout << c.timeoutGiven;
+    if (!row.client)
+        out << h.configFile << "|" << h.settingsDir << "|" << h.dataDir << "|" << h.trace;
+    out << (row.client ? c.help : h.help) << (row.client ? c.version : h.version);
+    for (const std::string& word : row.client ? c.commands : h.plugins)
+        out << " " << word;
+    return out.str();
+}
+
+const OptionRow kOptionRows[] = {
+    {"host_defaults", false, {}, "|.|.|000"},
+    {"host_values", false, {"--config", "h", "--settings-dir=s", "--data-dir", "d"}, "h|s|d|000"},
+    {"host_flags", false, {"--trace", "--plugin", "a", "--plugin=b", "--version"}, "|.|.|101 a b"},
+    {"host_unknown_option", false, {"--port", "1"}, "error: unknown option --port"},
+    {"host_missing_value", false, {"--plugin"}, "error: option --plugin needs a value"},
+    {"host_empty_value", false, {"--data-dir="}, "error: option --data-dir needs a non-empty"},
+    {"host_value_on_flag", false, {"--trace=1"}, "error: option --trace takes no value"},
+    {"client_defaults", true, {"GUI_START(0)"}, "127.0.0.1:59876 5000 GUI_START(0)"},
+    {"client_values", true, {"--host", "h", "--port=65535", "--timeout", "0.5"}, "h:65535 0.5100"},
+    {"client_flags", true, {"--help", "--version", "--", "--x", "-"}, "127.0.0.1:59876 5011 --x -"},
+    {"client_help_alone", true, {"--help"}, "127.0.0.1:59876 5010"},
+    {"client_unknown_option", true, {"--verbose"}, "error: unknown option --verbose"},
+    {"client_port_zero", true, {"--port", "0"}, "error: --port needs a number from 1 to 65535"},
+    {"client_timeout_zero", true, {"--timeout", "0"}, "error: --timeout needs a positive number"},
+    {"client_missing_value", true, {"--host"}, "error: option --host needs a value"},
+    {"client_line_break", true, {"A()\nB()"}, "error: a command must not hold a line break"},
+};
+
+class OptionTest : public ::testing::TestWithParam<OptionRow> {};
+
+TEST_P(OptionTest, ParsesOrNamesTheFault) {
+    EXPECT_EQ(parsed(GetParam()).substr(0, strlen(GetParam().expected)), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, OptionTest, ::testing::ValuesIn(kOptionRows), RowName());
+
+TEST(DataPath, OnlyRelativeNamesWithoutDotDotComponentsAreSafe) {
+    for (const char* file : {"run.txt", "./a..b//...//..c"})
+        EXPECT_TRUE(isSafeDataPath(file)) << file;
+    for (const char* file : {"", "/tmp/run.txt", "../run.txt", "a//../b", "sub/.."})
+        EXPECT_FALSE(isSafeDataPath(file)) << file;
+}
+
+// Name, filtered, threshold range and whether it is reported, the results of setting the
+// threshold, of an acquisition and of an aborted one, and 3 x 2 frames.
+DeviceConfig smallDevice(int acqResult = 0) {
+    return {"det", true, 0, 100, true, 0, acqResult, -4, 3, 2};
+}
+
+// One acquisition on a device of 3 x 2 frames; `rows` is the file's line count, -1 for no file.
+struct AcquisitionRow {
+    const char* name;
+    int acqResult, count;
+    double time;
+    const char* file;
+    int result, rows;
+};
+
+const AcquisitionRow kAcquisitionRows[] = {
+    {"frames_written", 0, 2, 0.001, "run.txt", 0, 4},
+    {"result_from_config", 5, 1, 0, "run.txt", 5, 2},
+    {"zero_frames_empty_file", 0, 0, 1, "run.txt", 0, 0},
+    {"empty_name_no_file", 0, 1, 0, "", 0, -1},
+    {"negative_count", 0, -1, 0, "run.txt", -1, -1},
+    {"negative_time", 0, 1, -0.5, "run.txt", -1, -1},
+    {"time_not_a_number", 0, 1, std::nan(""), "run.txt", -1, -1},
+    {"name_leaving_the_folder", 0, 1, 0, "../run.txt", -1, -1},
+    {"file_too_large", 0, 2000000000, 0, "run.txt", -1, -1},
+    {"missing_subfolder", 0, 1, 0, "no/run.txt", -1, -1},
+};
+
+class AcquisitionTest : public ::testing::TestWithParam<AcquisitionRow> {};
+
+// Each row runs twice, so that a second acquisition must replace the file rather than extend it.
+TEST_P(AcquisitionTest, ResultAndFile) {
+    const AcquisitionRow& row = GetParam();
+    TempDir temp;
+    ASSERT_TRUE(std::filesystem::create_directory(temp.file("data")));
+    SimDevice device(smallDevice(row.acqResult), temp.file("data"), kQuiet);
+    for (int run = 0; run < 2; ++run)
+        EXPECT_EQ(device.runAcquisition(row.count, row.time, 1, row.file), row.result);
+    const std::string written = temp.file("data/run.txt");
+    const std::vector<std::string> lines = splitLines(readFile(written));
+    EXPECT_EQ(fileExists(written) ? static_cast<int>(lines.size()) : -1, row.rows);
+    EXPECT_FALSE(fileExists(temp.file("run.txt")));
+    for (const std::string& line : lines)
+        EXPECT_EQ(std::count(line.begin(), line.end(), ' '), 2) << line;
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, AcquisitionTest, ::testing::ValuesIn(kAcquisitionRows), RowName());
+
+// Runs an acquisition on another thread and waits (bounded) until it is under way.
+std::future<int> startAcquisition(SimDevice& device, int count, double time, const char* file) {
+    std::future<int> result = std::async(std::launch::async, [&device, count, time, file] {
+        return device.runAcquisition(count, time, 1, file);
+    });
+    for (int i = 0; i < 2000 && !device.acquiring(); ++i)
+        std::this_thread::sleep_for(milliseconds(10));
+    EXPECT_TRUE(device.acquiring());
+    return result;
+}
+
+TEST(SimDevice, AbortKeepsWholeFramesAndShutDownEndsTheAcquisition) {
+    TempDir temp;
+    SimDevice device(smallDevice(), temp.path(), kQuiet);
+    EXPECT_EQ(device.abortAcquisition(), -1) << "nothing runs";
+    std::future<int> result = startAcquisition(device, 1000000, 0.001, "part.txt");
+    EXPECT_EQ(device.runAcquisition(1, 0, 1, "busy.txt"), -1);
+    std::this_thread::sleep_for(milliseconds(50));  // a few 1 ms frames
+    EXPECT_EQ(device.abortAcquisition(), 0);
+    ASSERT_EQ(result.wait_for(kReplyBound), std::future_status::ready);
+    EXPECT_EQ(result.get(), -4);
+    const size_t rows = splitLines(readFile(temp.file("part.txt"))).size();
+    EXPECT_TRUE(rows > 0 && rows < 2000000 && rows % 2 == 0) << rows << " rows";
+    EXPECT_FALSE(fileExists(temp.file("busy.txt")));
+    result = startAcquisition(device, 1, 600, "none.txt");
+    ASSERT_TRUE(device.shutDown(kReplyBound));
+    EXPECT_EQ(result.get(), -4);
+    EXPECT_FALSE(fileExists(temp.file("none.txt"))) << "no frame was complete";
+}
+
+// Thresholds and ranges follow the config; with tracing on, every call is one line, its arguments
+// as passed (file names quoted and escaped, doubles in their shortest form).
+TEST(SimDevice, KeepsOnlyAcceptedThresholdsAndTracesCalls) {
+    TempDir temp;
+    FILE* out = std::fopen(temp.file("trace").c_str(), "w");
+    ASSERT_NE(out, nullptr);
+    const Tracer tracer(true, fileno(out));
+    DeviceConfig config = smallDevice();
+    config.setThresholdResult = 3;
+    config.reportRange = false;
+    SimDevice traced(smallDevice(), temp.path(), tracer), refusing(config, temp.path(), kQuiet);
+    std::vector<double> seen = {-1, -1, -1, -1};
+    EXPECT_EQ(traced.runAcquisition(0, 0.5, 1, "a\"b\\c\x01\x1f ~\x7f\xff"), 0);
+    EXPECT_EQ(traced.setThreshold(0, 2, 0.1 + 0.2) + refusing.setThreshold(0, 2, 7.5), 3);
+    EXPECT_EQ(traced.thresholdRange(0, 2, &seen[0], &seen[1]), 0);
+    EXPECT_EQ(refusing.thresholdRange(0, 2, &seen[2], &seen[3]), 0);
+    std::fclose(out);
+    seen.insert(seen.end(), {traced.threshold(), refusing.threshold()});
+    EXPECT_EQ(seen, (std::vector<double>{0, 100, -1, -1, 0.1 + 0.2, 0}));
+    EXPECT_EQ(readFile(temp.file("trace")),
+              "trace: det.runAcquisition(0, 0.5, 1, \"a\\\"b\\\\c\\x01\\x1f ~\\x7f\\xff\")\n"
+              "trace: det.setThreshold(0, 2, 0.30000000000000004)\n"
+              "trace: det.thresholdRange(0, 2)\n");
+}
+
+TEST(SimHost, ListsDevicesAndServesDevControl) {
+    HostConfig config = defaultHostConfig();
+    config.devices[0].filtered = false;
+    SimHost host(config, "/a/b//", ".", kQuiet);
+    EXPECT_STREQ(host.configDir(), "/a/b");
+    EXPECT_STREQ(SimHost(config, "/", ".", kQuiet).configDir(), "");
+    zn::PtrList<zn::IDev*> all, filtered, unknownFilter;
+    host.listDevices(&all);
+    host.listDevicesFiltered(&filtered, 1);
+    host.listDevicesFiltered(&unknownFilter, 0);
+    ASSERT_EQ((std::vector<unsigned>{all.size(), filtered.size(), unknownFilter.size()}),
+              (std::vector<unsigned>{2, 1, 0}));
+    EXPECT_EQ(filtered.get(0), all.get(1));
+    auto* control =
+        static_cast<zn::IDevControl*>(host.findPlugin("devcontrol")->privateInterface());
+    zn::IDev* device = all.get(1);
+    SimDevice stranger(smallDevice(), ".", kQuiet);
+    // Each call on one of the host's devices gives 0, on any other pointer -1.
+    EXPECT_EQ(control->start(device) + control->start(&stranger), -1);
+    EXPECT_TRUE(control->isRunning(device) && !control->isRunning(all.get(0)));
+    EXPECT_EQ(control->stop(device) + control->stop(&stranger), -1);
+    EXPECT_FALSE(control->isRunning(device) || control->isRunning(&stranger));
+    EXPECT_EQ(control->setFile(device, "x.txt", 1) + control->setFile(&stranger, "y", 1), -1);
+    EXPECT_EQ(host.devControl().fileOf(device), "x.txt");
+    config.devControl.privateInterface = false;
+    EXPECT_EQ(SimHost(config, ".", ".", kQuiet).findPlugin("devcontrol")->privateInterface(),
+              nullptr);
+    config.devControl.loaded = false;
+    EXPECT_EQ(SimHost(config, ".", ".", kQuiet).findPlugin("devcontrol"), nullptr);
+}
+
+long threadCount() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+enum class AtClose { InAccept, IdleClient, RunningAcquisition, ClientWaiting };
+
+// One cycle as a host that unloads modules runs it: load, initialize, bring the plug-in into
+// `state`, onClose, unload. The host may unload the code as soon as onClose returns, so nothing of
+// the module may run on after it.
+void loadAndUnload(AtClose state) {
+    TempDir settings;
+    const int port = freeLoopbackPort();
+    writeFile(settings.file("remotectrl.ini"), "[Settings]\nPort=" + std::to_string(port) + "\n");
+    SimHost host(defaultHostConfig(), settings.path(), settings.path(), kQuiet);
+    LoadedPlugin loaded;
+    std::string error;
+    ASSERT_TRUE(loadPlugin(PLUGIN_PATH, loaded, error)) << error;
+    EXPECT_EQ(loaded.plugin->initialize(&host), 0);
+    RawClient first, waiting;
+    ASSERT_TRUE(first.connect(port, kReplyBound));
+    ASSERT_EQ(first.request("GUI_ISRUNNING(0)"), "NO");
+    if (state == AtClose::InAccept) {
+        ASSERT_TRUE(first.sendLine("QUIT()") && first.waitForClose(kReplyBound));
+    }
+    if (state == AtClose::RunningAcquisition) {
+        ASSERT_TRUE(first.sendLine("START(0,1,600,,10)"));
+        for (int i = 0; i < 1000 && !host.devices()[0]->acquiring(); ++i)
+            std::this_thread::sleep_for(milliseconds(10));
+        ASSERT_TRUE(host.devices()[0]->acquiring());
+    }
+    if (state == AtClose::ClientWaiting) {
+        ASSERT_TRUE(waiting.connect(port, kReplyBound) && waiting.sendLine("GUI_ISRUNNING(0)"));
+    }
+    loaded.plugin->onClose();
+    EXPECT_FALSE(host.devices()[0]->acquiring()) << "onClose left the acquisition running";
+    EXPECT_TRUE(first.waitForClose(kReplyBound)) << "the session outlived onClose";
+    std::string line;
+    EXPECT_FALSE(waiting.readLine(line, milliseconds(100))) << "a waiting client was served";
+    EXPECT_EQ(dlclose(loaded.module), 0) << dlerror();
+    // Still loaded, the next cycle would get the same, already closed, plug-in object.
+    void* lingering = dlopen(PLUGIN_PATH, RTLD_NOW | RTLD_NOLOAD);
+    EXPECT_EQ(lingering, nullptr) << "the module stayed loaded";
+    if (lingering != nullptr) dlclose(lingering);
+}
+
+TEST(ModuleUnload, EveryCycleEndsWithTheThreadsItBeganWith) {
+    loadAndUnload(AtClose::IdleClient);  // sanitizer runtimes start threads of their own at first
+    const long before = threadCount();
+    for (int round = 0; round < 3; ++round) {
+        for (AtClose state : {AtClose::InAccept, AtClose::IdleClient, AtClose::RunningAcquisition,
+                              AtClose::ClientWaiting}) {
+            loadAndUnload(state);
+            EXPECT_EQ(threadCount(), before)
+                << "round " << round << ", " << static_cast<int>(state);
+        }
+    }
+}
+
+}  // namespace
