@@ -3,8 +3,7 @@
 #include <dlfcn.h>
 
 #include <cstring>
-
-#include "bench/temp_dir.h"
+#include <filesystem>
 
 namespace bench {
 
@@ -91,6 +90,12 @@ zn::IZnPlugin* loadPlugin(const std::string& modulePath, zn::IZenthi& host, void
     zn::IZnPlugin* plugin = reinterpret_cast<zn::GetPluginFunction>(entry)();
     plugin->initialize(&host);
     return plugin;
+}
+
+std::string programDir() {
+    std::error_code error;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+    return error ? std::string(".") : program.parent_path().string();
 }
 
 std::string defaultModulePath() {

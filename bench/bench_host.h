@@ -36,6 +36,9 @@ private:
 zn::IZnPlugin* loadPlugin(const std::string& modulePath, zn::IZenthi& host, void*& module,
                           std::string& error);
 
+// The directory that holds the running program, without a trailing '/'.
+std::string programDir();
+
 // Where bench/run's build puts the module, seen from the benchmark programs.
 std::string defaultModulePath();
 

@@ -14,8 +14,8 @@
 
 #include "bench/stats.h"
 #include "bench/table.h"
-#include "bench/temp_dir.h"
 #include "settings/inifile.h"
+#include "tests/support/temp_dir.h"
 
 namespace bench {
 namespace {
@@ -94,7 +94,7 @@ void lookUpAll(const INIReader& reader, const std::vector<Entry>& all) {
 }
 
 void run(bool header) {
-    const TempDir dir("rcbench-ini");
+    const testsupport::TempDir dir;
     const std::string path = dir.file("bench.ini");
     const std::vector<Entry> all = entries();
     if (header) printHeader();

@@ -59,14 +59,6 @@ int listenLoopback(int backlog, int& port) {
     return fd;
 }
 
-int freeLoopbackPort() {
-    int port = -1;
-    const int fd = bindLoopback(port);
-    if (fd < 0) return -1;
-    close(fd);
-    return port;
-}
-
 int connectLoopback(int port, double timeout) {
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
     if (fd < 0) return -1;

@@ -11,8 +11,8 @@
 
 #include "bench/stats.h"
 #include "bench/table.h"
-#include "bench/temp_dir.h"
 #include "fileops/fileops.h"
+#include "tests/support/temp_dir.h"
 
 namespace bench {
 namespace {
@@ -97,7 +97,7 @@ void printRates(const std::string& benchmark, double megabytes, double oursSecon
 }
 
 template <typename Element>
-void measure(const TempDir& dir) {
+void measure(const testsupport::TempDir& dir) {
     using F = Formats<Element>;
     std::vector<Element> values(kValues), readBack(kValues);
     for (unsigned long i = 0; i < kValues; ++i)
@@ -129,7 +129,7 @@ void measure(const TempDir& dir) {
 
 int main(int argc, char** argv) {
     if (argc > 1 && std::strcmp(argv[1], "--header") == 0) bench::printHeader();
-    const bench::TempDir dir("rcbench-matrix");
+    const testsupport::TempDir dir;
     bench::measure<unsigned short>(dir);
     bench::measure<double>(dir);
     return 0;

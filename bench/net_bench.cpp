@@ -5,6 +5,7 @@
 // second time under `taskset -c 0`; the servers inherit the affinity) and "unpinned" otherwise.
 // Never asserts: a figure that could not be taken prints as n/a with the reason in its detail.
 #include <sched.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -20,15 +22,20 @@
 #include <vector>
 
 #include "bench/bench_host.h"
-#include "bench/child_process.h"
 #include "bench/loopback.h"
 #include "bench/reference_server.h"
 #include "bench/stats.h"
 #include "bench/table.h"
-#include "bench/temp_dir.h"
+#include "tests/support/files.h"
+#include "tests/support/process.h"
+#include "tests/support/raw_client.h"
+#include "tests/support/temp_dir.h"
 
 namespace bench {
 namespace {
+
+using testsupport::ChildProcess;
+using testsupport::TempDir;
 
 // Medians over this many runs; other work on the machine hits single runs, not the median.
 constexpr int kRoundTripRepetitions = 9;
@@ -44,7 +51,7 @@ constexpr int kAcquisitions = 200;
 constexpr double kIoTimeout = 5.0;          // any single send or receive
 constexpr double kPipelinedTimeout = 30.0;  // the reply after the whole pipelined batch
 constexpr double kStartTimeout = 10.0;      // znhost's "ready", the plug-in's first accept
-constexpr double kStopTimeout = 3.0;
+constexpr std::chrono::milliseconds kStopTimeout{3000};
 constexpr unsigned kServerLifetimeSeconds = 300;  // a reference server's last resort
 
 constexpr const char* kIsRunning = "GUI_ISRUNNING(0)\n";
@@ -231,10 +238,11 @@ void printComparison(const std::string& benchmark, const std::vector<Server>& se
 
 // A settings folder of its own for each plug-in server, naming a port that was free.
 Server prepareSettings(const std::string& name, const std::string& folder) {
-    Server server{name, freeLoopbackPort()};
-    if (mkdir(folder.c_str(), 0755) != 0 ||
-        !writeTextFile(folder + "/remotectrl.ini",
-                       "[Settings]\nPort=" + std::to_string(server.port) + "\n"))
+    Server server{name, testsupport::freeLoopbackPort()};
+    const std::string settings = "[Settings]\nPort=" + std::to_string(server.port) + "\n";
+    if (mkdir(folder.c_str(), 0755) == 0)
+        testsupport::writeFile(folder + "/remotectrl.ini", settings);
+    if (testsupport::readFile(folder + "/remotectrl.ini") != settings)
         server.failure = "cannot write " + folder + "/remotectrl.ini";
     return server;
 }
@@ -243,8 +251,10 @@ Server startZnhost(const TempDir& dir, ChildProcess& process) {
     Server server = prepareSettings("plug-in", dir.file("znhost"));
     const std::vector<std::string> argv{programDir() + "/znhost", "--settings-dir",
                                         dir.file("znhost"), "--data-dir", dir.file("znhost")};
-    if (server.failure.empty() && (!process.exec(argv, dir.file("znhost.log")) ||
-                                   !process.waitForLine("ready", kStartTimeout)))
+    const auto bound = std::chrono::milliseconds(static_cast<long>(kStartTimeout * 1000));
+    if (server.failure.empty() &&
+        (!process.start(argv, dir.file("znhost.out"), dir.file("znhost.log")) ||
+         !testsupport::waitForFileText(dir.file("znhost.out"), "ready\n", bound)))
         server.failure = "znhost did not start";
     return server;
 }
@@ -282,7 +292,7 @@ Server startReference(ReadStyle style, ChildProcess& process) {
 void run(bool header) {
     const bool pinned = isPinned();
     const std::string mode = pinned ? "pinned" : "unpinned";
-    TempDir dir("rcbench-net");
+    TempDir dir;
     std::vector<ChildProcess> processes(kServerCount);
     const std::vector<Server> servers{startZnhost(dir, processes[kPlugin]),
                                       startReference(ReadStyle::Limit, processes[kLimit]),
@@ -304,8 +314,10 @@ void run(bool header) {
     row.target = valueBelow(1.0);
     printRow(row);
 
-    for (ChildProcess& process : processes)
-        process.stop(kStopTimeout);
+    for (ChildProcess& process : processes) {
+        process.sendSignal(SIGTERM);
+        if (!process.waitForExit(kStopTimeout)) process.kill();
+    }
 }
 
 }  // namespace

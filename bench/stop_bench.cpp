@@ -15,7 +15,9 @@
 #include "bench/loopback.h"
 #include "bench/stats.h"
 #include "bench/table.h"
-#include "bench/temp_dir.h"
+#include "tests/support/files.h"
+#include "tests/support/raw_client.h"
+#include "tests/support/temp_dir.h"
 
 namespace bench {
 namespace {
@@ -65,12 +67,13 @@ int connectIdleClient(int port) {
 }
 
 // One load/initialize/onClose/unload cycle; the onClose duration in seconds, or the failure.
-double closeOnce(const std::string& modulePath, const TempDir& dir, bool withClient,
+double closeOnce(const std::string& modulePath, const testsupport::TempDir& dir, bool withClient,
                  std::string& failure) {
-    const int port = freeLoopbackPort();
+    const int port = testsupport::freeLoopbackPort();
     // A fresh port per cycle: the previous cycle's closed connection may still hold its own.
-    if (!writeTextFile(dir.file("remotectrl.ini"),
-                       "[Settings]\nPort=" + std::to_string(port) + "\n")) {
+    const std::string settings = "[Settings]\nPort=" + std::to_string(port) + "\n";
+    testsupport::writeFile(dir.file("remotectrl.ini"), settings);
+    if (testsupport::readFile(dir.file("remotectrl.ini")) != settings) {
         failure = "cannot write remotectrl.ini";
         return kNoFigure;
     }
@@ -91,7 +94,7 @@ double closeOnce(const std::string& modulePath, const TempDir& dir, bool withCli
     return failure.empty() ? seconds : kNoFigure;
 }
 
-void measure(const std::string& modulePath, const TempDir& dir, bool withClient) {
+void measure(const std::string& modulePath, const testsupport::TempDir& dir, bool withClient) {
     std::vector<double> durations;
     std::string failure;
     for (int cycle = 0; cycle < kCycles && failure.empty(); ++cycle)
@@ -112,7 +115,7 @@ void measure(const std::string& modulePath, const TempDir& dir, bool withClient)
 
 int main(int argc, char** argv) {
     if (argc > 1 && std::strcmp(argv[1], "--header") == 0) bench::printHeader();
-    const bench::TempDir dir("rcbench-stop");
+    const testsupport::TempDir dir;
     const std::string modulePath = bench::defaultModulePath();
     bench::measure(modulePath, dir, false);
     bench::measure(modulePath, dir, true);

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -50,6 +51,17 @@ bool ChildProcess::start(const std::vector<std::string>& argv, const std::string
     posix_spawn_file_actions_destroy(&files);
     if (result != 0) mPid = -1;
     return result == 0;
+}
+
+bool ChildProcess::fork(const std::function<int()>& body) {
+    pid_t pid = ::fork();
+    if (pid < 0) return false;
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        _exit(body());
+    }
+    mPid = pid;
+    return true;
 }
 
 bool ChildProcess::waitForExit(milliseconds bound) {

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,9 @@ public:
     // comes from `stdinPath`, standard output and error go to the two files.
     bool start(const std::vector<std::string>& argv, const std::string& stdoutPath,
                const std::string& stderrPath, const std::string& stdinPath = "/dev/null");
+    // Runs `body` in a forked child, which exits with its result; false when fork failed. The
+    // child gets SIGKILL when the thread that forked it ends, so that none outlives its starter.
+    bool fork(const std::function<int()>& body);
     // True when the process has ended within `bound` (it is then reaped).
     bool waitForExit(milliseconds bound);
     void sendSignal(int signal);
