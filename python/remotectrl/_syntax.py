@@ -23,6 +23,7 @@ OTHER = "other"
 SYNC_COMMAND = "GUI_SETFILE()"
 SYNC_REPLY = "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 2)"
 FINAL_REPLIES = ("OK", "ERROR: ACQUISITION FAILED")
+COMMANDS = ("START", "STOP", "GUI_START", "GUI_SETFILE", "GUI_ISRUNNING", "GUI_STOP")
 
 _QUOTE = '"'
 
@@ -68,7 +69,7 @@ class ParsedLine:
     """What the server makes of one trimmed line.
 
     ``kind`` is "ignored" (no "("), "syntax-error" (a lone quote) or "command"; for a command,
-    ``name`` is upper-cased and ``args`` are the arguments the handler receives.
+    ``name`` is as sent and ``args`` are the arguments the handler receives.
     """
 
     __slots__ = ("kind", "name", "args")
@@ -86,7 +87,18 @@ def parse_command(line):
     args = tokenize(pieces[1][:-1])
     if args is None:
         return ParsedLine("syntax-error")
-    return ParsedLine("command", pieces[0].upper(), args)
+    return ParsedLine("command", pieces[0], args)
+
+
+# The server upper-cases names byte by byte in the C locale; str.upper() would also match
+# non-ASCII letters such as the long s.
+_ASCII_UPPER = str.maketrans("abcdefghijklmnopqrstuvwxyz", "ABCDEFGHIJKLMNOPQRSTUVWXYZ")
+
+
+def match_command(name):
+    """The command ``name`` stands for, one of COMMANDS, or None for a name the server does not know."""
+    upper = name.translate(_ASCII_UPPER)
+    return upper if upper in COMMANDS else None
 
 
 def classify(line):
@@ -103,8 +115,9 @@ def classify(line):
     parsed = parse_command(trimmed)
     if parsed.kind != "command":
         return OTHER
-    if parsed.name == "GUI_SETFILE" and len(parsed.args) != 2:
+    command = match_command(parsed.name)
+    if command == "GUI_SETFILE" and len(parsed.args) != 2:
         return SELF_SYNC
-    if parsed.name == "START":
+    if command == "START":
         return START
     return OTHER

@@ -88,7 +88,9 @@ class Client:
         if self._pairing.final is None and not self._pairing.acquisition_pending:
             raise RuntimeError("no acquisition of this client is pending")
         deadline = _deadline(timeout)
-        while self._pairing.final is None:
+        # With two acquisitions pending (a START accepted just before the previous acquisition's
+        # final line went out) the end of the latest is the one that counts.
+        while self._pairing.final is None or self._pairing.acquisition_pending:
             self._pairing.take(self._read_line(deadline, "the acquisition's final line"))
         final, self._pairing.final = self._pairing.final, None
         if final != "OK":

@@ -1,220 +1,126 @@
-"""Every Client method against a real znhost, with its replies and error texts."""
+"""The Client against a real znhost, against a bare loopback socket that answers late, oddly or not
+at all, and how it writes method arguments into a command line."""
 
 import os
+import socket
 import unittest
 
 import remotectrl
-from remotectrl import _syntax
-from znhost_process import REPLY_BOUND, ZnhostTestCase, wait_until
+from remotectrl import _arguments, _syntax
+from znhost_process import REPLY_BOUND, ZnhostTestCase, free_loopback_port, wait_until
 
-# Device 0 works; device 1 refuses every threshold; device 2's acquisitions fail.
-CONFIG = """\
-[Device0]
-[Device1]
-SetThresholdResult=1
-[Device2]
-AcqResult=3
-"""
-
-
-def trace_string(text):
-    """Decodes a string argument of a trace line: "..." with \\" \\\\ and \\xNN escapes."""
-    assert text[0] == '"' and text[-1] == '"', text
-    out, i, body = bytearray(), 0, text[1:-1]
-    while i < len(body):
-        if body[i] == "\\" and body[i + 1] == "x":
-            out.append(int(body[i + 2 : i + 4], 16))
-            i += 4
-        elif body[i] == "\\":
-            out += body[i + 1].encode()
-            i += 2
-        else:
-            out += body[i].encode()
-            i += 1
-    return out.decode("utf-8")
+SYNC = _syntax.SYNC_REPLY
 
 
 class ClientTest(ZnhostTestCase):
-    host_args = ("--trace",)
-    config_text = CONFIG
+    # Device 0 works; device 1 refuses every threshold; device 2's acquisitions fail.
+    config_text = "[Device0]\n[Device1]\nSetThresholdResult=1\n[Device2]\nAcqResult=3\n"
 
-    def traced(self, prefix):
-        """The trace lines that start with ``prefix`` (after waiting briefly for one)."""
-        wait_until(lambda: any(line.startswith(prefix) for line in self.host.trace_lines()), REPLY_BOUND)
-        return [line for line in self.host.trace_lines() if line.startswith(prefix)]
+    def setUp(self):
+        self.client = remotectrl.Client(port=self.port, timeout=REPLY_BOUND)
+        self.addCleanup(self.client.close)
 
-    def test_start_waits_for_ok_and_writes_the_file(self):
-        client = self.connect()
-        self.assertIsNone(client.start(0, 2, 0.01, "run.txt", 10))
-        with open(os.path.join(self.host.data_dir, "run.txt")) as data:
-            self.assertEqual(len(data.read().splitlines()), 2 * 16)
+    def traced(self, call):
+        prefix = "trace: %s(" % call
+        calls = [line for line in self.stderr().splitlines() if line.startswith(prefix)]
+        return calls[-1][len(prefix) : -1].split(", ") if calls else []
 
-    def test_failed_acquisition_raises_acquisition_failed(self):
-        client = self.connect()
-        for name, device, file in [("device_fails", 2, "f.txt"), ("path_refused", 0, "../outside.txt")]:
-            with self.subTest(name), self.assertRaises(remotectrl.AcquisitionFailed) as raised:
-                client.start(device, 1, 0, file, 10)
-            self.assertIsInstance(raised.exception, remotectrl.RemoteError)
-            self.assertEqual(raised.exception.reply, "ERROR: ACQUISITION FAILED")
-
-    REFUSED_STARTS = [
-        ("device_index", (9, 1, 0, "f", 10), "ERROR: INVALID DEVICE INDEX"),
-        ("negative_device", (-1, 1, 0, "f", 10), "ERROR: INVALID DEVICE INDEX"),
-        ("count", (0, -1, 0, "f", 10), "ERROR: INVALID ACQ COUNT"),
-        ("time", (0, 1, -0.5, "f", 10), "ERROR: INVALID ACQ TIME"),
-        ("threshold_at_maximum", (0, 1, 0, "f", 100), "ERROR: INVALID THL"),
-        ("threshold_negative", (0, 1, 0, "f", -1), "ERROR: INVALID THL"),
-        ("threshold_refused_by_device", (1, 1, 0, "f", 10), "ERROR: FAILED SETTING THL"),
-    ]
-
-    def test_refused_start_raises_remote_error_with_the_reply(self):
-        client = self.connect()
-        for name, args, reply in self.REFUSED_STARTS:
-            with self.subTest(name), self.assertRaises(remotectrl.RemoteError) as raised:
-                client.start(*args)
-            self.assertNotIsInstance(raised.exception, remotectrl.AcquisitionFailed)
-            self.assertEqual(raised.exception.reply, reply)
-        self.assertFalse(client.gui_is_running(0))
-
-    def start_long(self, client):
-        """Starts a long acquisition and waits until the device runs it: a STOP that reaches the
-        simulated device before that finds nothing to abort, and is lost."""
-        count = len(self.host.trace_lines())
-        client.start(0, 1, 600, "", 10, wait=False)
-        running = 'sim0.runAcquisition(1, 600, 1, "")'
-        self.assertTrue(wait_until(lambda: running in self.host.trace_lines()[count:], REPLY_BOUND))
+    def test_start_waits_for_the_end_and_raises_the_refusal_or_failure(self):
+        self.assertIsNone(self.client.start(0, 1, 1e-7, " a,b m\u00e4rz ", 1 / 3))
+        self.assertTrue(os.path.exists(os.path.join(self.data_dir, " a,b m\u00e4rz ")))
+        self.assertEqual(float(self.traced("sim0.runAcquisition")[1]), 1e-7)
+        self.assertEqual(float(self.traced("sim0.setThreshold")[2]), 1 / 3)
+        self.assertRaises(remotectrl.AcquisitionFailed, self.client.start, 2, 1, 0, "f.txt", 10)
+        with self.assertRaises(remotectrl.RemoteError) as refused:
+            self.client.start(1, 1, 0, "f.txt", 10)
+        self.assertNotIsInstance(refused.exception, remotectrl.AcquisitionFailed)
 
     def test_start_without_waiting_then_stop(self):
-        client = self.connect()
-        self.start_long(client)
-        with self.assertRaises(remotectrl.RemoteError) as raised:
-            client.start(0, 1, 0, "", 10)
-        self.assertEqual(raised.exception.reply, "ERROR: ACQ ALREADY RUNNING")
-        self.assertEqual(client.send_raw("FOO()"), [], "unknown names are not answered while acquiring")
-        client.stop()
-        with self.assertRaises(remotectrl.AcquisitionFailed):
-            client.wait_acquisition(timeout=REPLY_BOUND)
-        with self.assertRaises(RuntimeError):
-            client.wait_acquisition(timeout=0)
-        client.start(0, 1, 0, "", 10)
-
-    def test_sync_line_is_answered_without_a_host_call_in_both_states(self):
-        client = self.connect()
-        for state in ["idle", "acquiring"]:
-            with self.subTest(state):
-                if state == "acquiring":
-                    self.start_long(client)
-                calls = self.host.trace_lines()
-                self.assertEqual(client.send_raw(_syntax.SYNC_COMMAND), [_syntax.SYNC_REPLY])
-                self.assertEqual(self.host.trace_lines(), calls)
-        client.stop()
-        with self.assertRaises(remotectrl.AcquisitionFailed):
-            client.wait_acquisition(timeout=REPLY_BOUND)
-
-    def test_wait_acquisition_time_out_keeps_it_pending(self):
-        client = self.connect()
-        self.start_long(client)
-        with self.assertRaises(TimeoutError):
-            client.wait_acquisition(timeout=0.05)
-        client.stop()
-        with self.assertRaises(remotectrl.AcquisitionFailed):
-            client.wait_acquisition(timeout=REPLY_BOUND)
+        self.client.start(0, 1, 600, "", 10, wait=False)
+        # A STOP that reaches the simulated device before it runs the acquisition is lost.
+        self.assertTrue(wait_until(lambda: self.traced("sim0.runAcquisition")[1:2] == ["600"], REPLY_BOUND))
+        self.assertRaises(TimeoutError, self.client.wait_acquisition, timeout=0.05)
+        self.client.stop()
+        self.assertRaises(remotectrl.AcquisitionFailed, self.client.wait_acquisition, timeout=REPLY_BOUND)
+        self.assertRaises(RuntimeError, self.client.wait_acquisition, timeout=0)
 
     def test_gui_commands(self):
-        client = self.connect()
-        self.assertIsNone(client.gui_start(1))
-        self.assertTrue(client.gui_is_running(1))
-        self.assertIsNone(client.gui_stop(1))
-        self.assertFalse(client.gui_is_running(1))
-
-    GUI_ERRORS = [
-        ("start_bad_index", lambda c: c.gui_start(9)),
-        ("stop_negative_index", lambda c: c.gui_stop(-1)),
-        ("isrunning_bad_index", lambda c: c.gui_is_running(3)),
-        ("setfile_bad_index", lambda c: c.gui_set_file(9, "x.txt")),
-    ]
-
-    def test_gui_errors_raise_with_the_reply(self):
-        client = self.connect()
-        for name, call in self.GUI_ERRORS:
-            with self.subTest(name), self.assertRaises(remotectrl.RemoteError) as raised:
-                call(client)
-            self.assertEqual(raised.exception.reply, "ERROR: INVALID DEVICE INDEX")
-
-    def test_set_file_delivers_the_text_unchanged(self):
-        client = self.connect()
-        for text in ["plain.txt", "a,b.txt", " lead and trail ", 'say "hi"', '"', "m\u00e4rz.txt", ""]:
-            with self.subTest(text):
-                client.gui_set_file(2, text)
-                calls = self.traced("devcontrol.setFile(sim2, ")
-                self.assertTrue(calls)
-                argument = calls[-1][len("devcontrol.setFile(sim2, ") : -len(", 1)")]
-                self.assertEqual(trace_string(argument), text)
-
-    def test_numbers_read_back_the_same(self):
-        client = self.connect()
-        for time, threshold in [(0.1, 1 / 3), (1e-7, 5e-324), (12345.678, 99.99999999999999), (7, 0)]:
-            with self.subTest(time=time, threshold=threshold):
-                client.start(0, 0, time, "n.txt", threshold)
-                acquisition = self.traced("sim0.runAcquisition(0, ")[-1].split(", ")
-                self.assertEqual(float(acquisition[1]), time)
-                self.assertEqual(float(self.traced("sim0.setThreshold(0, 2, ")[-1][len("sim0.setThreshold(0, 2, ") : -1]), threshold)
-
-    SEND_RAW = [
-        ("answer", "GUI_ISRUNNING(0)", ["NO"]),
-        ("mixed_case_name", "gui_isrunning(0)", ["NO"]),
-        ("silent", "GUI_STOP(0)", []),
-        ("unknown", "FOO()", ["ERROR: UNKNOWN COMMAND"]),
-        ("leading_blank_makes_it_unknown", " GUI_ISRUNNING(0)", ["ERROR: UNKNOWN COMMAND"]),
-        ("no_paren_is_ignored", "hello", []),
-        ("start_argument_count", "START()", ["ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 5)"]),
-        ("isrunning_argument_count", "GUI_ISRUNNING(0,1)", ["ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 1)"]),
-        ("empty_parens_is_an_empty_index", "GUI_START()", ["ERROR: INVALID DEVICE INDEX"]),
-        ("sync_line_answers_itself", "GUI_SETFILE()", [_syntax.SYNC_REPLY]),
-        ("setfile_three_arguments", "GUI_SETFILE(0,a,b)", [_syntax.SYNC_REPLY]),
-        ("setfile_quoted_comma", 'GUI_SETFILE("0,a")', [_syntax.SYNC_REPLY]),
-        ("setfile_two_arguments", "GUI_SETFILE(0,a.txt)", []),
-        ("trailing_blanks_and_cr", "GUI_ISRUNNING(0)  \r", ["NO"]),
-    ]
+        methods = ["gui_start", "gui_is_running", "gui_stop", "gui_is_running"]
+        self.assertEqual([getattr(self.client, method)(1) for method in methods], [None, True, None, False])
+        self.assertIsNone(self.client.gui_set_file(1, "a,b.txt"))
 
     def test_send_raw(self):
-        client = self.connect()
-        for name, line, replies in self.SEND_RAW:
-            with self.subTest(name):
-                self.assertEqual(client.send_raw(line), replies)
-
-    def test_send_raw_lone_quote_gets_one_error_line(self):
-        client = self.connect()
-        replies = client.send_raw('GUI_SETFILE(")')
-        self.assertEqual(len(replies), 1)
-        self.assertTrue(replies[0].startswith("ERROR: "), replies)
-        self.assertEqual(client.send_raw("GUI_ISRUNNING(0)"), ["NO"])
-
-    def test_send_raw_quit_ends_the_session(self):
-        client = self.connect()
-        self.assertEqual(client.send_raw("QUIT()"), [])
-        with self.assertRaises(ConnectionError):
-            client.gui_is_running(0)
-        with self.assertRaises(ValueError):
-            self.connect().send_raw("GUI_START(0)\nGUI_STOP(0)")
-
-    def test_context_manager_ends_the_session(self):
-        with self.host.client() as client:
-            self.assertFalse(client.gui_is_running(0))
-        with self.host.client() as client:
-            self.assertFalse(client.gui_is_running(0))
+        for line, replies in [("GUI_ISRUNNING(0)", ["NO"]), ("hello", []), ("GUI_SETFILE(0,a,b)", [SYNC])]:
+            self.assertEqual(self.client.send_raw(line), replies, line)
+        self.assertRaises(ValueError, self.client.send_raw, "GUI_START(0)\nGUI_STOP(0)")
+        self.assertEqual(self.client.send_raw("QUIT()"), [])
+        self.assertRaises(ConnectionError, self.client.gui_is_running, 0)
 
 
-class NoDevControlTest(ZnhostTestCase):
-    config_text = "[Device0]\n[DevControl]\nLoaded=false\n"
+class BareServerTest(unittest.TestCase):
+    """The test answers by hand: the client's writes wait in the socket buffers, so no thread."""
 
-    def test_gui_command_raises_unexpected_error(self):
-        client = self.connect()
-        for name, call in [("start", lambda: client.gui_start(0)), ("isrunning", lambda: client.gui_is_running(0))]:
-            with self.subTest(name), self.assertRaises(remotectrl.RemoteError) as raised:
-                call()
-            self.assertEqual(raised.exception.reply, "ERROR: UNEXPECTED ERROR")
+    def setUp(self):
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            self.client = remotectrl.Client(port=listener.getsockname()[1], timeout=REPLY_BOUND)
+            self.server = listener.accept()[0]
+        self.addCleanup(self.client.close)
+        self.addCleanup(self.server.close)
+        self.server.settimeout(REPLY_BOUND)
+
+    def answer(self, *lines):
+        self.server.sendall("".join(line + "\n" for line in lines).encode())
+
+    def test_late_replies_go_to_the_command_that_timed_out_and_odd_ones_raise(self):
+        self.client.timeout = 0.2
+        self.assertRaises(TimeoutError, self.client.gui_is_running, 0)
+        self.client.timeout = REPLY_BOUND
+        self.answer("NO", SYNC, "YES", SYNC, "MAYBE", SYNC)
+        for call, reply in [(self.client.gui_start, "YES"), (self.client.gui_is_running, "MAYBE")]:
+            with self.assertRaises(remotectrl.RemoteError) as raised:
+                call(0)
+            self.assertEqual(raised.exception.reply, reply)
+
+    def test_a_stray_final_line_is_dropped_and_of_two_own_ones_the_latest_counts(self):
+        self.answer("OK", SYNC, SYNC, SYNC, "OK", "ERROR: ACQUISITION FAILED")
+        with self.assertLogs("remotectrl", "WARNING"):
+            self.client.gui_stop(0)
+        self.client.start(0, 1, 0, "f", 10, wait=False)
+        self.client.start(0, 1, 0, "g", 10, wait=False)
+        self.assertRaises(remotectrl.AcquisitionFailed, self.client.wait_acquisition, timeout=0)
+
+    def test_refused_argument_sends_nothing_and_close_ends_the_session(self):
+        self.answer(SYNC)
+        with self.client, self.assertRaises(ValueError):
+            self.client.stop()
+            self.client.start(0, 1.5, 1, "f")
+        self.assertEqual(self.server.makefile("rb").read(), b"STOP()\nGUI_SETFILE()\nQUIT()\n")
+
+    def test_connection_errors_name_the_server(self):
+        self.server.close()
+        for _ in range(2):
+            self.assertRaisesRegex(ConnectionError, "127.0.0.1:", self.client.gui_start, 0)
+        port = free_loopback_port()
+        self.assertRaisesRegex(ConnectionError, "127.0.0.1:%d" % port, remotectrl.Client, port=port)
 
 
-if __name__ == "__main__":
-    unittest.main()
+class ArgumentTest(unittest.TestCase):
+    def test_numbers_outside_what_the_server_reads_are_refused(self):
+        whole, real = _arguments.whole_number, _arguments.real_number
+        self.assertEqual([whole("n", 2**31 - 1), whole("n", -(2**31))], ["2147483647", "-2147483648"])
+        refused = [(True, 1.0, "1", 2**31, -(2**31) - 1), (False, "0.5", float("inf"), 10**400, 2**53 + 1)]
+        for convert, values in zip([whole, real], refused):
+            for value in values:
+                with self.subTest(value=value):
+                    self.assertRaises(ValueError, convert, "n", value)
+
+    def test_texts_are_quoted_only_where_needed(self):
+        def line(text):
+            return _arguments.command_line("F", [("d", "0", False), ("file", text, True), ("n", "1", False)])
+
+        for text, form in [("run.txt", "run.txt"), ("", ""), ("a,b", '"a,b"'), (" a", '" a"'), ("a ", '"a "'),
+                           ('a"b', 'a"b'), ('"a', '""a"'), ('"', '"""')]:
+            self.assertEqual(line(text), "F(0,%s,1)" % form)
+        for text in ["a(1).txt", "a\nb", "a\rb", "a\0b", 'a, "b', 5]:
+            with self.subTest(text):
+                self.assertRaises(ValueError, line, text)
