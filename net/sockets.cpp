@@ -1,12 +1,12 @@
 // Socket layer. The system quirks it depends on each live in one helper near the top: the
-// result codes, select()'s time-out form and descriptor limit, and SIGPIPE on send.
+// result codes, ppoll()'s time-out form, close-on-exec, and SIGPIPE on send.
 #include "net/sockets.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <sys/select.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -33,47 +33,36 @@ constexpr int kReceivedDirection = 1;
 enum class Readiness { kReadable, kWritable };
 enum class WaitResult { kReady, kTimedOut, kFailed };
 
-// select() takes its time-out as whole seconds plus microseconds, both truncated toward zero;
-// every wait converts the caller's full time-out afresh, never just the time that is left.
-// select() refuses a negative time-out with EINVAL; a NaN gets the same treatment, and a
-// time-out beyond int range is held at INT_MAX seconds instead of overflowing the conversion.
-bool toTimeval(double timeout, timeval& limit) {
+// A wait takes the caller's time-out as whole seconds plus microseconds, both truncated toward
+// zero, converted afresh for every wait (never just the time that is left). A negative time-out
+// is a failed wait with EINVAL; a NaN gets the same treatment, and a time-out beyond int range is
+// held at INT_MAX seconds instead of overflowing the conversion.
+bool toTimespec(double timeout, timespec& limit) {
     if (!(timeout >= 0.0)) {
         errno = EINVAL;
         return false;
     }
     const int seconds = timeout >= INT_MAX ? INT_MAX : static_cast<int>(timeout);
+    const int micros = seconds == INT_MAX ? 0 : static_cast<int>((timeout - seconds) * 1000000.0);
     limit.tv_sec = seconds;
-    limit.tv_usec = seconds == INT_MAX ? 0 : static_cast<int>((timeout - seconds) * 1000000.0);
+    limit.tv_nsec = static_cast<long>(micros) * 1000;
     return true;
 }
 
-// fd_set is a fixed bitmap of FD_SETSIZE (1024) bits and FD_SET does no range check, so a
-// descriptor outside it would be written past the bitmap: such a wait fails instead.
-bool fitsDescriptorSet(int fd) {
+// One ppoll() on one descriptor: unlike select() it watches any descriptor number, so a host
+// holding thousands of files is still served. ppoll skips a negative descriptor silently, which
+// would look like a time-out, so that is a failure here. An interrupted wait (EINTR) is not
+// retried: it is a failure. An error or hang-up on the descriptor counts as ready, so that the
+// following system call reports it.
+WaitResult waitFor(int fd, Readiness want, double timeout) {
+    timespec limit{};
     if (fd < 0) {
         errno = EBADF;
-        return false;
+        return WaitResult::kFailed;
     }
-    if (fd >= FD_SETSIZE) {
-        errno = EINVAL;
-        return false;
-    }
-    return true;
-}
-
-// One select() on one descriptor. An interrupted wait (EINTR) is not retried: it is a failure.
-WaitResult waitFor(int fd, Readiness want, double timeout) {
-    timeval limit{};
-    if (!fitsDescriptorSet(fd) || !toTimeval(timeout, limit)) return WaitResult::kFailed;
-    fd_set readSet;
-    fd_set writeSet;
-    fd_set exceptSet;
-    FD_ZERO(&readSet);
-    FD_ZERO(&writeSet);
-    FD_ZERO(&exceptSet);
-    FD_SET(fd, want == Readiness::kReadable ? &readSet : &writeSet);
-    const int ready = ::select(fd + 1, &readSet, &writeSet, &exceptSet, &limit);
+    if (!toTimespec(timeout, limit)) return WaitResult::kFailed;
+    pollfd entry{fd, static_cast<short>(want == Readiness::kReadable ? POLLIN : POLLOUT), 0};
+    const int ready = ::ppoll(&entry, 1, &limit, nullptr);
     if (ready < 0) return WaitResult::kFailed;
     return ready > 0 ? WaitResult::kReady : WaitResult::kTimedOut;
 }
@@ -117,27 +106,33 @@ void reportTransfer(CommunicatingSocket::DataHook hook, const void* data, int bu
     if (hook != nullptr && result == completeLength) hook(data, completeLength, direction);
 }
 
-// Splits the first line off `buffer`; false when it holds no complete line.
-bool takeBufferedLine(std::string& buffer, std::string& line) {
-    const std::string::size_type end = buffer.find('\n');
-    if (end == std::string::npos) return false;
+// Splits the first line off `buffer`; false when it holds no complete line. `searchFrom` is how
+// much of the buffer is known to hold no line feed, so that a long line arriving in small chunks
+// is scanned once, not once per chunk.
+bool takeBufferedLine(std::string& buffer, std::string::size_type& searchFrom, std::string& line) {
+    const std::string::size_type end = buffer.find('\n', searchFrom);
+    if (end == std::string::npos) {
+        searchFrom = buffer.size();
+        return false;
+    }
     line.assign(buffer, 0, end);
     buffer.erase(0, end + 1);
+    searchFrom = 0;
     return true;
 }
 
-// Adds one received chunk to `line`; true when it completed the line. The chunk is read as C
-// text, so a zero byte cuts both the line part and the tail kept in `rest` for the next call.
-bool appendChunk(const char* area, size_t received, std::string& line, std::string& rest) {
+// Adds one received chunk to the line buffer. The chunk is read as C text: a zero byte cuts the
+// line part before the first line feed, and the tail after it, at that byte.
+void appendChunk(const char* area, size_t received, std::string& buffer) {
     const char* end = static_cast<const char*>(std::memchr(area, '\n', received));
     if (end == nullptr) {
-        line.append(area);
-        return false;
+        buffer.append(area);
+        return;
     }
     const size_t lineLength = static_cast<size_t>(end - area);
-    line.append(area, strnlen(area, lineLength));
-    if (lineLength + 1 < received) rest.assign(end + 1);
-    return true;
+    buffer.append(area, strnlen(area, lineLength));
+    buffer += '\n';
+    if (lineLength + 1 < received) buffer.append(end + 1);
 }
 
 const sockaddr* asSockaddr(const sockaddr_in& addr) {
@@ -223,7 +218,10 @@ bool fillAddr(const std::string& address, unsigned short port, sockaddr_in& addr
 
 }  // namespace socket_detail
 
-Socket::Socket(int type, int protocol) : mSockDesc(::socket(AF_INET, type, protocol)) {}
+// Every descriptor is close-on-exec from its creation, so no program the host starts inherits
+// (and keeps bound) a socket of ours.
+Socket::Socket(int type, int protocol)
+    : mSockDesc(::socket(AF_INET, type | SOCK_CLOEXEC, protocol)) {}
 
 Socket::Socket(int sockDesc) : mSockDesc(sockDesc) {}
 
@@ -315,13 +313,35 @@ int CommunicatingSocket::sendLine(std::string line, double timeout) {
     return send(line.data(), static_cast<int>(line.size()), timeout);
 }
 
-int CommunicatingSocket::getLine(std::string& line, double timeout) {
-    // A buffered line never waits, so the clock is read only when the socket may have to be.
-    if (takeBufferedLine(mLineBuffer, line)) return 0;
-    const double start = getPrecTime();
-    line = std::move(mLineBuffer);
+// Serves the buffered text: a complete line, or a line-too-long report. Drops what belongs to a
+// line already reported too long, up to and including its line feed.
+int CommunicatingSocket::takeLine(std::string& line) {
+    if (mDiscarding) {
+        const std::string::size_type end = mLineBuffer.find('\n');
+        mDiscarding = end == std::string::npos;
+        mLineBuffer.erase(0, mDiscarding ? std::string::npos : end + 1);
+        if (mDiscarding) return kNoLineYet;
+    }
+    const bool complete = takeBufferedLine(mLineBuffer, mSearchFrom, line);
+    if (mMaxLineLength == 0) return complete ? 0 : kNoLineYet;
+    if (complete) {
+        if (line.size() <= mMaxLineLength) return 0;
+        line.clear();
+        return kLineTooLong;
+    }
+    if (mLineBuffer.size() <= mMaxLineLength) return kNoLineYet;
     mLineBuffer.clear();
+    mSearchFrom = 0;
+    mDiscarding = true;
+    line.clear();
+    return kLineTooLong;
+}
 
+int CommunicatingSocket::getLine(std::string& line, double timeout) {
+    int taken = takeLine(line);
+    // A buffered line never waits, so the clock is read only when the socket may have to be.
+    if (taken != kNoLineYet) return taken;
+    const double start = getPrecTime();
     for (;;) {
         char area[kLineAreaSize] = {};
         const WaitResult wait = waitFor(mSockDesc, Readiness::kReadable, timeout);
@@ -329,11 +349,23 @@ int CommunicatingSocket::getLine(std::string& line, double timeout) {
         if (wait == WaitResult::kReady) {
             const ssize_t received = ::recv(mSockDesc, area, kLinePieceSize, 0);
             if (received < 0) return kIoFailed;
-            if (received == 0) return 0;
-            if (appendChunk(area, static_cast<size_t>(received), line, mLineBuffer)) return 0;
+            if (received == 0) {
+                // The peer closed: the unterminated rest is the last line (none while discarding).
+                line = mDiscarding ? std::string() : std::move(mLineBuffer);
+                mLineBuffer.clear();
+                mSearchFrom = 0;
+                mDiscarding = false;
+                return 0;
+            }
+            appendChunk(area, static_cast<size_t>(received), mLineBuffer);
+            taken = takeLine(line);
+            if (taken != kNoLineYet) return taken;
         }
-        // The partial line is handed out with the time-out and not kept for the next call.
-        if (hasExpired(start, timeout)) return kTimedOut;
+        if (hasExpired(start, timeout)) {
+            // The partial text stays buffered and begins the next line, however late the rest.
+            line = mDiscarding ? std::string() : mLineBuffer;
+            return kTimedOut;
+        }
     }
 }
 
@@ -363,8 +395,20 @@ int TCPServerSocket::startServer(unsigned short localPort, int queueLen) {
     return bound + listening;
 }
 
+int TCPServerSocket::startServer(const std::string& localAddress, unsigned short localPort,
+                                 int queueLen) {
+    const int bound = setLocalAddressAndPort(localAddress, localPort);
+    const int listening = setListen(queueLen);
+    return bound + listening;
+}
+
+int TCPServerSocket::setReuseAddress() {
+    const int enable = 1;
+    return setOption(mSockDesc, SOL_SOCKET, SO_REUSEADDR, enable);
+}
+
 TCPSocket* TCPServerSocket::accept() {
-    const int connection = ::accept(mSockDesc, nullptr, nullptr);
+    const int connection = ::accept4(mSockDesc, nullptr, nullptr, SOCK_CLOEXEC);
     if (connection < 0) return nullptr;
     TCPSocket* socket = new (std::nothrow) TCPSocket(connection);
     if (socket == nullptr) ::close(connection);

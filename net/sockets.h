@@ -12,9 +12,19 @@
 // On failure errno is left as the failing call set it; it is never translated.
 //
 // Settled points:
-// - A negative (or NaN) time-out is a failed wait, with errno EINVAL.
-// - A descriptor outside 0..1023 cannot be put in a select() set, so every wait on it fails
-//   (errno EBADF for a negative one, EINVAL above the limit) instead of overrunning memory.
+// - A negative (or NaN) time-out is a failed wait, with errno EINVAL. Waits use ppoll(), so any
+//   descriptor number works; a wait on a negative descriptor fails with EBADF.
+// - Every descriptor the layer creates or accepts is close-on-exec: a program the host starts
+//   does not inherit it.
+// - getLine keeps text that arrived before a time-out and joins it with what follows, so a line
+//   is delivered whole however slowly it arrives. On -10 `line` holds a copy of that text.
+// - getLine's line bound (setMaxLineLength) is off by default: lines of any length are read.
+//   With a bound, a longer line is reported once as -14 (net::kLineTooLong) and its bytes are
+//   dropped up to and including its line feed, so the buffer never holds much more than the
+//   bound whatever the peer sends.
+// - TCPServerSocket sets no socket option unless asked: setReuseAddress() opts in to
+//   SO_REUSEADDR, so a server restarted on its port is not refused while the previous
+//   connections sit in the closing wait.
 // - Sends never raise SIGPIPE: a send to a vanished peer just returns -11.
 // - Names that do not resolve are not rejected by connect, setLocalAddressAndPort or sendTo:
 //   they go ahead with the cleared address 0.0.0.0:0 and report what the system call reports.
@@ -31,6 +41,7 @@
 #ifndef REMOTECTRL_NET_SOCKETS_H
 #define REMOTECTRL_NET_SOCKETS_H
 
+#include <cstddef>
 #include <string>
 
 struct sockaddr_in;
@@ -43,6 +54,8 @@ constexpr int kIoFailed = -11;
 constexpr int kConnectFailed = -12;
 constexpr int kReadyWaitFailed = -12;
 constexpr int kTransferWaitFailed = -13;
+// getLine only, when a line bound is set: the line is longer than the bound.
+constexpr int kLineTooLong = -14;
 }  // namespace net
 
 // Wall-clock seconds with microsecond resolution; only differences are meaningful.
@@ -97,9 +110,12 @@ public:
     int recv(void* buffer, int bufferLen, double timeout);
     // Sends line + "\n"; as send, so success is line.size() + 1.
     int sendLine(std::string line, double timeout);
-    // Next line without its "\n" (a "\r" stays): 0, -10, -11 or -13. A closed peer gives 0 with
-    // the text gathered so far; on -10 `line` holds the partial text, which is then dropped.
+    // Next line without its "\n" (a "\r" stays): 0, -10, -11, -13, or -14 with a line bound. A
+    // closed peer gives 0 with the text gathered so far; on -10 `line` holds a copy of the partial
+    // text, which stays buffered for the next call.
     int getLine(std::string& line, double timeout);
+    // Lines longer than maxBytes are refused with -14 (0: no bound, the default).
+    void setMaxLineLength(size_t maxBytes) { mMaxLineLength = maxBytes; }
     // 0 when the descriptor is readable, -10 or -12; ignores lines already buffered.
     int recvReady(double timeout);
     std::string getForeignAddress() const;
@@ -112,8 +128,15 @@ protected:
     ~CommunicatingSocket() = default;
 
 private:
+    // takeLine's result when the buffer holds no line yet.
+    static constexpr int kNoLineYet = 1;
+    int takeLine(std::string& line);
+
     DataHook mDataHook;
     std::string mLineBuffer;
+    std::string::size_type mSearchFrom = 0;  // mLineBuffer holds no line feed before this
+    size_t mMaxLineLength = 0;
+    bool mDiscarding = false;  // dropping the rest of a line reported too long
 };
 
 class TCPSocket : public CommunicatingSocket {
@@ -128,6 +151,10 @@ public:
     TCPServerSocket();
     // Binds 0.0.0.0:localPort and listens: 0, -1 if one step failed, -2 if both did.
     int startServer(unsigned short localPort, int queueLen);
+    // The same on one local address (dotted decimal or a name).
+    int startServer(const std::string& localAddress, unsigned short localPort, int queueLen);
+    // Opts in to SO_REUSEADDR; call before startServer. 0 or -1.
+    int setReuseAddress();
     // Blocks until a client connects; the caller owns the result. Null on any failure.
     TCPSocket* accept();
     int setListen(int queueLen);

@@ -12,9 +12,9 @@
 
 #include "host/ptrlist.h"
 #include "net/sockets.h"
+#include "plugin/settings.h"
 #include "protocol/command_language.h"
 #include "protocol/replies.h"
-#include "settings/inifile.h"
 #include "settings/str.h"
 
 namespace PluginRemoteCtrl {
@@ -27,9 +27,12 @@ namespace {
 constexpr int kListenBacklog = 5;
 constexpr double kLineTimeout = 1.0;
 constexpr double kReplyTimeout = 1.0;
+constexpr double kReplySliceSeconds = 0.05;
+constexpr int kListenRetrySlices = 10;  // of kStopPollMicros: one attempt a second
+constexpr size_t kMaxLineLength = 65536;
+constexpr int kNotStarted = -1;  // an acquisition stopped before the device was called
 constexpr useconds_t kStopPollMicros = 100000;
 constexpr useconds_t kAcceptRetryMicros = 50000;
-constexpr const char* kSettingsFile = "remotectrl.ini";
 constexpr const char* kDevControlName = "devcontrol";
 
 double secondsNow() {
@@ -121,22 +124,27 @@ void* RemoteCtrl::privateInterface() {
 }
 
 void RemoteCtrl::loadSettings() {
-    // A host without a settings directory leaves the default port.
+    // A host without a settings directory leaves the defaults.
     const char* dir = mHost ? mHost->configDir() : nullptr;
     if (dir == nullptr) return;
-    std::string path = std::string(dir) + "/" + kSettingsFile;
-    IniFile settings(path.c_str(), "=");
-    settings.load(nullptr);
-    mPort = settings.getInt("Settings", "Port", mPort);
+    mSettings = readPluginSettings(dir);
+    mPort = mSettings.port;
+    if (!mSettings.invalidKey.empty())
+        log("Invalid setting %s: %s", mSettings.invalidKey.c_str(), mSettings.invalidValue.c_str());
+}
+
+template <typename... Args>
+void RemoteCtrl::log(const char* format, Args... args) {
+    if (mHost) mHost->log(PLUGIN_NAME, 0, format, args...);
 }
 
 void RemoteCtrl::stopServer(double timeout) {
     mStopServer = true;
     // shutdown() rather than close(): it makes a pending accept() and a pending read return at
     // once, while the descriptors stay valid for the threads still using them.
-    if (mServer) mServer->shutdownBoth();
     {
         std::lock_guard<std::mutex> lock(mClientMutex);
+        if (mServer) mServer->shutdownBoth();
         if (mClient) mClient->shutdownBoth();
     }
     abortRunningAcquisition();
@@ -153,6 +161,7 @@ void RemoteCtrl::stopServer(double timeout) {
     // mServerFinished stays false); if the thread is still serving, it checks the stop request
     // before it would touch the socket again.
     mServerExited.load(std::memory_order_acquire);
+    std::lock_guard<std::mutex> lock(mClientMutex);
     delete mServer;
     mServer = nullptr;
 }
@@ -175,25 +184,62 @@ void RemoteCtrl::threadWrapper(void* self) {
 // Server loop and session
 
 int RemoteCtrl::serverFunction() {
-    if (mServer->startServer(static_cast<unsigned short>(mPort), kListenBacklog) != 0) {
-        if (mHost)
-            mHost->log(PLUGIN_NAME, 0, "Could not start the remote server at port %d", mPort);
-        return -1;
-    }
-    while (!mStopServer) {
-        TCPSocket* client = mServer->accept();
-        if (client == nullptr) {
-            if (!mStopServer) usleep(kAcceptRetryMicros);  // e.g. out of descriptors: don't spin
-            continue;
+    // Bad settings fail closed: no server rather than a wider one (logged by loadSettings).
+    if (mSettings.invalidKey.empty() && listenUntilStopped()) {
+        while (!mStopServer) {
+            TCPSocket* client = mServer->accept();
+            if (client == nullptr) {
+                if (!mStopServer) usleep(kAcceptRetryMicros);  // e.g. out of descriptors
+                continue;
+            }
+            if (!admit(client)) continue;
+            if (!publishClient(client)) {
+                delete client;  // accepted after the stop request: close it at once
+                break;
+            }
+            handleClient(client);
         }
-        if (!publishClient(client)) {
-            delete client;  // accepted after the stop request: close it at once
-            break;
-        }
-        handleClient(client);
     }
     mServerFinished = true;
     return 0;
+}
+
+// Another program may hold the port (or a host restarted at once may find it in the closing
+// wait of its last session): say so once, then try again every second until stopped. A failed
+// socket cannot simply bind again, since listen() gave it a port of the system's choice, so each
+// attempt gets a fresh one.
+bool RemoteCtrl::listenUntilStopped() {
+    for (bool logged = false; !mStopServer; logged = true) {
+        {
+            std::lock_guard<std::mutex> lock(mClientMutex);
+            if (mServer == nullptr) return false;
+            mServer->setReuseAddress();
+            const unsigned short port = static_cast<unsigned short>(mPort);
+            const int started = mSettings.address.empty()
+                                    ? mServer->startServer(port, kListenBacklog)
+                                    : mServer->startServer(mSettings.address, port, kListenBacklog);
+            if (started == 0) return true;
+            delete mServer;
+            mServer = new TCPServerSocket();
+        }
+        if (!logged) log("Could not start the remote server at port %d", mPort);
+        for (int slice = 0; slice < kListenRetrySlices && !mStopServer; ++slice)
+            usleep(kStopPollMicros);
+    }
+    return false;
+}
+
+// Clients outside AllowFrom are told so and closed before any line is read.
+bool RemoteCtrl::admit(TCPSocket* client) {
+    const std::string address = client->getForeignAddress();
+    if (isAllowed(mSettings.allowFrom, address)) {
+        client->setMaxLineLength(kMaxLineLength);
+        return true;
+    }
+    client->sendLine(protocol::kErrorAccessDenied, kReplyTimeout);
+    log("Refused connection from %s", address.c_str());
+    delete client;
+    return false;
 }
 
 // Publishes the connection unless a stop was requested. stopServer sets the flag before it takes
@@ -211,11 +257,21 @@ void RemoteCtrl::unpublishClient() {
 }
 
 int RemoteCtrl::handleClient(TCPSocket* client) {
+    const unsigned long session = ++mSessionCount;
+    double lastLineAt = secondsNow();
     std::string line;
     for (;;) {
-        int rc = client->getLine(line, kLineTimeout);
+        const int rc = client->getLine(line, kLineTimeout);
         if (mStopServer) break;
-        if (rc == net::kTimedOut) continue;
+        if (rc == net::kTimedOut) {
+            if (isIdleTooLong(session, lastLineAt)) break;
+            continue;
+        }
+        lastLineAt = secondsNow();
+        if (rc == net::kLineTooLong) {
+            sendReply(protocol::kErrorCommandTooLong);
+            continue;
+        }
         const std::string_view trimmed = protocol::trimLineEnd(line);
         // Also covers the peer closing the connection: getLine then yields its unterminated rest.
         if (protocol::endsSession(trimmed)) break;
@@ -227,9 +283,27 @@ int RemoteCtrl::handleClient(TCPSocket* client) {
     return 0;
 }
 
+// An acquisition this session started keeps it open however long the client stays silent.
+bool RemoteCtrl::isIdleTooLong(unsigned long session, double lastLineAt) const {
+    if (mSettings.idleTimeout <= 0.0) return false;
+    if (mAcqRunning && mAcqSession == session) return false;
+    return secondsNow() - lastLineAt >= mSettings.idleTimeout;
+}
+
+// A reply waits as long as its client stays connected and reads now and then: each wait is short,
+// so a stop request ends it at once. A client that has read nothing for mStalledClientLimit
+// seconds while a reply waits is disconnected; a client that went away makes the send fail.
 void RemoteCtrl::sendReply(const std::string& line) {
     std::lock_guard<std::mutex> lock(mClientMutex);
-    if (mClient) mClient->sendLine(line, kReplyTimeout);
+    if (mClient == nullptr) return;
+    const double waitingSince = secondsNow();
+    while (mClient->sendLine(line, kReplySliceSeconds) == net::kTimedOut && !mStopServer) {
+        if (secondsNow() - waitingSince < mStalledClientLimit) continue;
+        log("Disconnected client %s: it read no reply for %g s",
+            mClient->getForeignAddress().c_str(), mStalledClientLimit);
+        mClient->shutdownBoth();
+        return;
+    }
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -311,6 +385,12 @@ void RemoteCtrl::startAcquisition(const std::vector<std::string>& args) {
     mAcqTime = time;
     mAcqCount = count;
     mAcqFileName = fileName;
+    mAcqSession = mSessionCount.load();
+    {
+        std::lock_guard<std::mutex> lock(mAcqMutex);
+        mAcqStopRequested = false;
+        mAcqCalled = false;
+    }
     mAcqRunning = true;
     mAcqDev = device;
     ++mAcqThreads;
@@ -324,9 +404,14 @@ void RemoteCtrl::startAcquisition(const std::vector<std::string>& args) {
 
 // STOP() on the server thread, and the host's thread while stopping: an acquisition left running
 // would call back into this object (and this module's code) after the host has unloaded it.
+// A STOP that comes before the acquisition thread has called the device is not lost: the thread
+// sees the request and does not start the run.
 void RemoteCtrl::abortRunningAcquisition() {
+    std::lock_guard<std::mutex> lock(mAcqMutex);
     zn::IDev* device = mAcqDev;
-    if (mAcqRunning && device) device->abortAcquisition();
+    if (!mAcqRunning || device == nullptr) return;
+    mAcqStopRequested = true;
+    if (mAcqCalled) device->abortAcquisition();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -406,7 +491,14 @@ void RemoteCtrl::acqFunction() {
     const double time = mAcqTime;
     const std::string fileName = mAcqFileName;
 
-    const int result = device->runAcquisition(count, time, 1, fileName.c_str());
+    bool stopped = false;
+    {
+        std::lock_guard<std::mutex> lock(mAcqMutex);
+        stopped = mAcqStopRequested;
+        mAcqCalled = !stopped;
+    }
+    const int result =
+        stopped ? kNotStarted : device->runAcquisition(count, time, 1, fileName.c_str());
 
     // Idle before the reply: a client that sends START the moment it reads "OK" is accepted.
     mAcqDev = nullptr;

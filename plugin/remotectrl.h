@@ -1,10 +1,11 @@
 // RemoteCtrl: the plug-in that gives remote programs a line-based TCP command interface to the
 // host's acquisition devices.
 //
-// Life cycle. The module holds one static RemoteCtrl. initialize() reads the port from
-// "remotectrl.ini" in the host's settings directory (section Settings, key Port, default 59876) and
-// starts the detached server thread; onClose() stops it. One initialize/onClose cycle per object: a
-// second initialize() after onClose() does nothing and returns 0.
+// Life cycle. The module holds one static RemoteCtrl. initialize() reads its settings from
+// "remotectrl.ini" in the host's settings directory (plugin/settings.h: the port, default 59876,
+// the listening address, the clients allowed, an idle time-out) and starts the detached server
+// thread; onClose() stops it. One initialize/onClose cycle per object: a second initialize() after
+// onClose() does nothing and returns 0.
 //
 // Protocol. One client at a time; one command per line, NAME(arg,arg,...). Replies are single
 // lines: "OK", "YES", "NO" or "ERROR: ...". START, STOP and unknown names are handled by
@@ -19,9 +20,10 @@
 //   while mAcqRunning is false, before it starts the acquisition thread.
 // - acquisition thread (at most one): copies the acquisition fields at its start, runs the
 //   acquisition, returns the plug-in to idle (mAcqDev, mAcqRunning) and then sends its reply.
-// mClientMutex guards mClient and every reply send, so a reply never goes to a deleted socket and
-// two reply lines never interleave. The flags, mAcqDev and the live acquisition-thread count are
-// atomics.
+// mClientMutex guards mClient, the replacement of mServer and every reply send, so a reply never
+// goes to a deleted socket and two reply lines never interleave. mAcqMutex orders a STOP with the
+// acquisition thread's call into the device (mAcqStopRequested, mAcqCalled). The flags, mAcqDev,
+// the session counters and the live acquisition-thread count are atomics.
 //
 // Settled choices:
 // - Stopping wakes the server thread: the listening socket and the current client connection are
@@ -31,7 +33,20 @@
 // - The command language (trimming, the split at "(", quotes, name matching) and every reply
 //   text live in protocol/, shared with the clients.
 // - If the acquisition thread cannot be started, the reply is "ERROR: ACQUISITION FAILED" and the
-//   plug-in stays idle.
+//   plug-in stays idle. A STOP that arrives before the acquisition thread has called the device
+//   keeps the run from starting; the START is then answered "ERROR: ACQUISITION FAILED" too.
+// - Listening reuses the address (a host restarted at once is not refused while its last
+//   session's connections sit in the closing wait). When listening fails the host log says so
+//   once and the server tries again every second until it listens or is stopped.
+// - Settings that do not parse leave the plug-in without a server (the host log names the key).
+//   A client outside AllowFrom is answered "ERROR: ACCESS DENIED" and closed before any line is
+//   read; the host log names its address.
+// - A line longer than 65,536 bytes is answered "ERROR: COMMAND TOO LONG" and dropped up to its
+//   line feed; the session goes on. Text that arrived before a read time-out is kept, so a slow
+//   line is carried out whole.
+// - Replies are never dropped while their client stays connected: a reply waits however late the
+//   client reads, until the client goes, a stop is requested, or the client has read nothing for
+//   stalledClientLimit seconds (60 by default), which disconnects it with a host log line.
 // - A failing accept() is retried after a short pause unless a stop was requested.
 // - The acquisition thread returns the plug-in to idle before it sends "OK", so a START sent the
 //   moment "OK" arrives is accepted.
@@ -47,6 +62,7 @@
 #include <vector>
 
 #include "host/interfaces.h"
+#include "plugin/settings.h"
 
 class TCPSocket;
 class TCPServerSocket;
@@ -83,6 +99,10 @@ public:
     // The port the server listens on (its low 16 bits) and reports in its log message.
     int port() const { return mPort; }
 
+    // How long a reply may wait for a client that reads nothing before the client is
+    // disconnected. Set before initialize().
+    void setStalledClientLimit(double seconds) { mStalledClientLimit = seconds; }
+
     // The command language's tokenizer (see protocol/command_language.h).
     static std::optional<std::vector<std::string>> tokenizeQuotedString(
         const std::string& text, const std::string& delimiters);
@@ -101,8 +121,13 @@ private:
     static void acqThreadWrapper(void* self);
 
     void loadSettings();
+    template <typename... Args>
+    void log(const char* format, Args... args);
     int serverFunction();
+    bool listenUntilStopped();
+    bool admit(TCPSocket* client);
     int handleClient(TCPSocket* client);
+    bool isIdleTooLong(unsigned long session, double lastLineAt) const;
     bool publishClient(TCPSocket* client);
     void unpublishClient();
     void acqFunction();
@@ -130,6 +155,14 @@ private:
     int mAcqCount = 0;
     double mAcqTime = 0.0;
     std::atomic<bool> mAcqRunning{false};
+
+    PluginSettings mSettings;           // host thread, before the server thread starts
+    double mStalledClientLimit = 60.0;  // likewise
+    std::atomic<unsigned long> mSessionCount{0};
+    std::atomic<unsigned long> mAcqSession{0};  // the session that started the acquisition
+    std::mutex mAcqMutex;
+    bool mAcqStopRequested = false;  // guarded by mAcqMutex
+    bool mAcqCalled = false;         // guarded by mAcqMutex: the device's run was called
 
     std::mutex mClientMutex;
     std::atomic<bool> mServerExited{false};  // set on every way out of the server thread

@@ -27,6 +27,8 @@ constexpr const char* kErrorThreshold = "ERROR: INVALID THL";
 constexpr const char* kErrorSettingThreshold = "ERROR: FAILED SETTING THL";
 constexpr const char* kErrorAcquisitionFailed = "ERROR: ACQUISITION FAILED";
 constexpr const char* kErrorUnexpected = "ERROR: UNEXPECTED ERROR";
+constexpr const char* kErrorCommandTooLong = "ERROR: COMMAND TOO LONG";
+constexpr const char* kErrorAccessDenied = "ERROR: ACCESS DENIED";
 
 // Every line the server may send.
 constexpr const char* kAllReplies[] = {
@@ -46,6 +48,8 @@ constexpr const char* kAllReplies[] = {
     kErrorSettingThreshold,
     kErrorAcquisitionFailed,
     kErrorUnexpected,
+    kErrorCommandTooLong,
+    kErrorAccessDenied,
 };
 
 // The line that ends a session without a reply (an empty line does too).

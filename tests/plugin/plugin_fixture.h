@@ -5,7 +5,9 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "plugin/remotectrl.h"
@@ -105,6 +107,19 @@ protected:
     void close() {
         plugin.onClose();
         started = false;
+    }
+    // Polls the host's log until a line holds `text`; false when the bound passes first.
+    bool waitForLog(const std::string& text) {
+        for (int i = 0; i < 500; ++i) {
+            for (const std::string& line : host.logLines())
+                if (line.find(text) != std::string::npos) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return false;
+    }
+    void writeSettings(const std::string& lines) {
+        writeFile(settingsDir.path() + "/remotectrl.ini",
+                  "[Settings]\nPort=" + std::to_string(port) + "\n" + lines);
     }
 
     TempDir settingsDir;

@@ -22,12 +22,25 @@ int remainingMs(Clock::time_point deadline) {
     return left > 0 ? static_cast<int>(left) : 0;
 }
 
-sockaddr_in loopbackAddress(int port) {
+sockaddr_in loopbackAddress(int port, const char* address = "127.0.0.1") {
     sockaddr_in addr = {};
     addr.sin_family = AF_INET;
     addr.sin_port = htons(static_cast<uint16_t>(port));
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    inet_pton(AF_INET, address, &addr.sin_addr);
     return addr;
+}
+
+// A fresh socket set up as `endpoint` asks, before it connects.
+int endpointSocket(const Endpoint& endpoint) {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (endpoint.receiveBuffer > 0)
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &endpoint.receiveBuffer,
+                   sizeof endpoint.receiveBuffer);
+    if (endpoint.localAddress != nullptr) {
+        sockaddr_in local = loopbackAddress(0, endpoint.localAddress);
+        bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof local);
+    }
+    return fd;
 }
 
 }  // namespace
@@ -44,12 +57,12 @@ int freeLoopbackPort() {
     return port;
 }
 
-bool RawClient::connect(int port, milliseconds bound) {
+bool RawClient::connect(int port, milliseconds bound, const Endpoint& endpoint) {
     Clock::time_point deadline = Clock::now() + bound;
     for (;;) {
         close();
-        mFd = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in addr = loopbackAddress(port);
+        mFd = endpointSocket(endpoint);
+        sockaddr_in addr = loopbackAddress(port, endpoint.address);
         if (::connect(mFd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0) return true;
         if (Clock::now() >= deadline) {
             close();

@@ -11,6 +11,13 @@ namespace testsupport {
 // A loopback port that was free a moment ago.
 int freeLoopbackPort();
 
+// Where a RawClient connects to and from; loopback addresses only (127.0.0.0/8).
+struct Endpoint {
+    const char* address = "127.0.0.1";
+    const char* localAddress = nullptr;  // bound before connecting, e.g. "127.0.0.2"
+    int receiveBuffer = 0;               // SO_RCVBUF when above 0, so replies back up early
+};
+
 class RawClient {
 public:
     RawClient() = default;
@@ -18,8 +25,8 @@ public:
     RawClient(const RawClient&) = delete;
     RawClient& operator=(const RawClient&) = delete;
 
-    // Connects to 127.0.0.1:port, retrying refused attempts until `bound` passes.
-    bool connect(int port, milliseconds bound);
+    // Connects to the endpoint's address and port, retrying refused attempts until `bound`.
+    bool connect(int port, milliseconds bound, const Endpoint& endpoint = {});
     bool sendText(const std::string& text);
     bool sendLine(const std::string& line) { return sendText(line + "\n"); }
     // The next line without its line feed; false on time-out or closed connection.
