@@ -341,6 +341,7 @@ int CommunicatingSocket::getLine(std::string& line, double timeout) {
     int taken = takeLine(line);
     // A buffered line never waits, so the clock is read only when the socket may have to be.
     if (taken != kNoLineYet) return taken;
+    line = mLineBuffer;  // what a failed wait leaves: the partial line, or nothing
     const double start = getPrecTime();
     for (;;) {
         char area[kLineAreaSize] = {};
