@@ -1,6 +1,9 @@
 // znhost and rcclient as processes on loopback: refusals before anything runs, the stop signals, a
 // port already taken, clients that vanish or never read, and rcclient against a real znhost.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -120,6 +123,43 @@ TEST_F(ProcessTest, PortTakenIsLoggedAndStopSignalsEndCleanly) {
     ASSERT_TRUE(hostLogged("trace: sim0.runAcquisition(1, 600, 1, \"run.txt\")\n"));
     expectStops(mHost, "znhost");
     EXPECT_TRUE(client.waitForClose(kReplyBound));
+}
+
+// Peak resident memory of a process, from /proc/PID/status.
+long peakKb(pid_t pid) {
+    const std::string status = readFile("/proc/" + std::to_string(pid) + "/status");
+    const size_t at = status.find("VmHWM:");
+    return at == std::string::npos ? -1 : std::stol(status.substr(at + 6));
+}
+
+// A host holding descriptors 3 to 1100 (inherited from this test) still serves, and one line of
+// 32 MiB of commas costs it at most 8 MiB: the line is refused, not split into millions of pieces.
+TEST_F(ProcessTest, ServesWithManyFilesOpenInBoundedMemory) {
+    constexpr int kLast = 1100;
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    if (limit.rlim_max <= kLast + 64) GTEST_SKIP() << "the descriptor limit is too low";
+    limit.rlim_cur = limit.rlim_max;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    std::vector<int> taken;
+    const int null = open("/dev/null", O_RDONLY);
+    for (int fd = 3; fd <= kLast; ++fd)
+        if (fcntl(fd, F_GETFD) == -1 && dup2(null, fd) == fd) taken.push_back(fd);
+    start(mHost, "znhost", {});
+    for (int fd : taken)
+        close(fd);
+    close(null);
+    ASSERT_TRUE(waitForFileText(mTemp.file("znhost.out"), "ready\n", kStartBound));
+    RawClient client;
+    ASSERT_TRUE(client.connect(mPort, kStartBound));
+    const long before = peakKb(mHost.pid());
+    ASSERT_TRUE(client.sendText(std::string(32 << 20, ',') + "\n"));
+    EXPECT_EQ(client.request("GUI_ISRUNNING(0)"), "ERROR: COMMAND TOO LONG");
+    std::string reply;
+    EXPECT_TRUE(client.readLine(reply, kReplyBound) && reply == "NO") << reply;
+#ifndef __SANITIZE_ADDRESS__  // the sanitizer's own bookkeeping grows with the traffic
+    EXPECT_LE(peakKb(mHost.pid()) - before, 8 * 1024);
+#endif
 }
 
 long entryCount(const std::string& folder) {
