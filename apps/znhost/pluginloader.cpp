@@ -36,7 +36,6 @@ bool loadPlugin(const std::string& path, LoadedPlugin& loaded, std::string& erro
         dlclose(module);
         return false;
     }
-    loaded.path = path;
     loaded.module = module;
     loaded.plugin = plugin;
     return true;

@@ -11,7 +11,6 @@
 namespace znhost {
 
 struct LoadedPlugin {
-    std::string path;
     void* module = nullptr;
     zn::IZnPlugin* plugin = nullptr;
 };

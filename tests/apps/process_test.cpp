@@ -208,6 +208,7 @@ struct ClientRow {
     std::string out;
     int exitCode;
     const char* input = "";
+    const char* errorPart = "";  // standard error must hold it
 };
 
 const std::string kNoIndex = "ERROR: INVALID DEVICE INDEX\n";
@@ -223,7 +224,7 @@ const ClientRow kClientRows[] = {
     {"quit_ends_the_commands", {"GUI_ISRUNNING(0)", "QUIT()", "GUI_ISRUNNING(9)"}, "NO\n", 0},
     {"input_until_quit", {}, "YES\n", 0, "GUI_START(1)\n\nGUI_ISRUNNING(1)\r\nQUIT()\nFOO()\n"},
     {"input_until_its_end", {}, kNoIndex + "NO\n", 1, "GUI_ISRUNNING(5)\nGUI_ISRUNNING(0)"},
-    {"no_server", {"--port", "1", "GUI_ISRUNNING(0)"}, "", 2},
+    {"no_server", {"--port", "1", "GUI_ISRUNNING(0)"}, "", 2, "", "1: Connection refused"},
     {"usage_error", {"--port", "0"}, "", 2},
 };
 
@@ -237,6 +238,7 @@ TEST_P(RcclientTest, PrintsRepliesInOrderAndExitsAccordingly) {
     EXPECT_EQ(ended.exitCode, GetParam().exitCode) << ended.err;
     EXPECT_TRUE(ended.exitCode != 0 || ended.err.empty()) << "no progress without a terminal";
     EXPECT_EQ(ended.out, GetParam().out);
+    EXPECT_NE(ended.err.find(GetParam().errorPart), std::string::npos) << ended.err;
     EXPECT_EQ(splitLines(readFile(mTemp.file("data/run.txt"))).size(),
               ended.out == "OK\n" ? 160u : 0u);
 }
