@@ -7,11 +7,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <future>
 #include <memory>
 #include <numeric>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -196,6 +198,18 @@ TEST_F(Loopback, ServesADescriptorPastOneThousandAndTwentyThree) {
     EXPECT_EQ(run(high, kSend4, kWait, text), 4);
 }
 
+// A wait takes its whole seconds too, not only the fraction: data that comes after more than a
+// second is still waited for.
+TEST_F(Loopback, AWaitLongerThanASecondTakesItsWholeSeconds) {
+    auto late = std::async(std::launch::async, [&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+        return peer->sendLine("late", kWait);
+    });
+    EXPECT_EQ(client.recvReady(3.5), 0);
+    EXPECT_EQ(late.get(), 5);
+    EXPECT_EQ(Socket::cleanUp(), 0);
+}
+
 // No program the host starts may inherit a socket of ours and keep its port bound.
 TEST_F(Loopback, EverySocketIsCloseOnExec) {
     TCPSocket fresh;
@@ -255,6 +269,7 @@ TEST(Udp, DatagramsArriveCutToTheBufferWithTheirSender) {
     unsigned short port = 7;
     EXPECT_EQ(receiver.recvFrom(buffer, 4, address, port, -1.0), kReadyWaitFailed);
     EXPECT_EQ(receiver.recvFrom(buffer, -1, address, port, kShort), -1);
+    EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(sender.sendTo(buffer, -1, kLoopback, receiver.getLocalPort()), -1);
     EXPECT_EQ(address + std::to_string(port), "unchanged7");
     ASSERT_EQ(sender.sendTo("hello, world", 12, kLoopback, receiver.getLocalPort()), 0);
