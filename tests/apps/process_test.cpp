@@ -152,7 +152,7 @@ TEST_F(ProcessTest, ServesWithManyFilesOpenInBoundedMemory) {
     ASSERT_TRUE(waitForFileText(mTemp.file("znhost.out"), "ready\n", kStartBound));
     RawClient client;
     ASSERT_TRUE(client.connect(mPort, kStartBound));
-    const long before = peakKb(mHost.pid());
+    [[maybe_unused]] const long before = peakKb(mHost.pid());
     ASSERT_TRUE(client.sendText(std::string(32 << 20, ',') + "\n"));
     EXPECT_EQ(client.request("GUI_ISRUNNING(0)"), "ERROR: COMMAND TOO LONG");
     std::string reply;
