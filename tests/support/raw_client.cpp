@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <optional>
+#include <random>
 #include <thread>
 
 namespace testsupport {
@@ -45,16 +46,21 @@ int endpointSocket(const Endpoint& endpoint) {
 
 }  // namespace
 
+// The port is drawn at random below the system's ephemeral range: a port the system hands out
+// for port 0 and that is released again tends to be handed out again at once, so test programs
+// running side by side would otherwise pick the same one.
 int freeLoopbackPort() {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr = loopbackAddress(0);
-    socklen_t length = sizeof addr;
-    int port = -1;
-    if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
-        getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &length) == 0)
-        port = ntohs(addr.sin_port);
-    ::close(fd);
-    return port;
+    static std::mt19937 random(std::random_device{}());
+    std::uniform_int_distribution<int> below(20000, 32000);
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const int port = below(random);
+        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in addr = loopbackAddress(port);
+        const bool free = bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
+        ::close(fd);
+        if (free) return port;
+    }
+    return -1;
 }
 
 bool RawClient::connect(int port, milliseconds bound, const Endpoint& endpoint) {
