@@ -120,7 +120,7 @@ TEST_F(PluginTest, ALineThatArrivesSlowlyIsCarriedOutWhole) {
     ASSERT_TRUE(client.sendText("GUI_STA"));
     std::this_thread::sleep_for(1500ms);  // past the session's one-second read time-out
     EXPECT_EQ(client.exchange("RT(0)"), "");
-    EXPECT_EQ(host.devControl.calls(), std::vector<std::string>{"start dev0"});
+    EXPECT_EQ(host.devControl.calls.lines(), std::vector<std::string>{"start dev0"});
 }
 
 TEST_F(PluginTest, AStopSentWithItsStartIsNotLost) {
@@ -143,7 +143,7 @@ TEST_F(PluginTest, APortHeldElsewhereIsTriedAgainUntilItIsFree) {
     holder.reset();
     ASSERT_TRUE(client.connect(port, kStartBound));
     EXPECT_EQ(client.exchange("GUI_ISRUNNING(0)"), "NO");
-    EXPECT_EQ(host.logLines().size(), 1u);
+    EXPECT_EQ(host.logged.lines().size(), 1u);
 }
 
 // Floods the server from another thread with commands whose replies are six times as long, more

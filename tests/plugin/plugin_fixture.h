@@ -111,7 +111,7 @@ protected:
     // Polls the host's log until a line holds `text`; false when the bound passes first.
     bool waitForLog(const std::string& text) {
         for (int i = 0; i < 500; ++i) {
-            for (const std::string& line : host.logLines())
+            for (const std::string& line : host.logged.lines())
                 if (line.find(text) != std::string::npos) return true;
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }

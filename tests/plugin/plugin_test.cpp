@@ -55,9 +55,10 @@ class IdleReplyTest : public PluginTest, public ::testing::WithParamInterface<Re
 TEST_P(IdleReplyTest, AnswersAndCallsDevControl) {
     start();
     EXPECT_EQ(client.exchange(GetParam().command), GetParam().replies);
-    const std::vector<std::string> calls = host.devControl.calls();
+    const std::vector<std::string> calls = host.devControl.calls.lines();
     EXPECT_EQ(calls.empty() ? "" : calls.back(), GetParam().devControlCall);
-    EXPECT_TRUE(dev0.calls().empty() && dev1.calls().empty()) << "a refused START reached a device";
+    EXPECT_TRUE(dev0.calls.lines().empty() && dev1.calls.lines().empty())
+        << "a refused START reached a device";
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, IdleReplyTest, ::testing::ValuesIn(kIdleReplies), RowName());
@@ -66,7 +67,7 @@ TEST_F(PluginTest, AcceptedStartSetsTheThresholdAndRepliesWhenTheAcquisitionEnds
     host.filtered = {&dev1};  // START counts in the filtered list, GUI_ commands in the full one
     start();
     EXPECT_EQ(client.acquire("start(0x,2.9,0.5,\"run, 1.txt\",5)"), "OK");
-    EXPECT_EQ(dev1.calls(),
+    EXPECT_EQ(dev1.calls.lines(),
               (std::vector<std::string>{"threshold 0 2 5.000000", "2 0.500000 1 run,1.txt"}));
     EXPECT_EQ(client.exchange("START(1,1,0,f,10)"), "ERROR: INVALID DEVICE INDEX");
     dev1.setThresholdResult = 3;
@@ -86,7 +87,7 @@ TEST_F(PluginTest, WhileAcquiringOnlyStartIsRefusedAndStopAborts) {
     EXPECT_EQ(client.exchange("GUI_ISRUNNING(1)"), "NO");
     EXPECT_EQ(client.exchange("STOP()"), "");
     EXPECT_EQ(client.nextFinal(), "ERROR: ACQUISITION FAILED");  // the abort result is -1
-    EXPECT_EQ(dev0.aborts(), 1);
+    EXPECT_EQ(dev0.aborts, 1);
     EXPECT_EQ(client.exchange("FOO()"), "ERROR: UNKNOWN COMMAND");  // idle before the reply
     dev0.abortResult = 0;
     EXPECT_EQ(client.exchange("START(0,5,1,f,10)"), "");
@@ -125,7 +126,7 @@ TEST_F(PluginTest, PeerCloseAfterAnUnterminatedCommandStillRunsIt) {
     Client next;
     ASSERT_TRUE(next.connect(port, kStartBound));
     EXPECT_EQ(next.exchange("GUI_ISRUNNING(0)"), "YES");
-    EXPECT_EQ(host.devControl.calls(), (std::vector<std::string>{"start dev0", "stop dev1"}));
+    EXPECT_EQ(host.devControl.calls.lines(), (std::vector<std::string>{"start dev0", "stop dev1"}));
 }
 
 TEST_F(PluginTest, GuiCommandsCheckTheIndexBeforeDevControl) {
@@ -144,7 +145,7 @@ TEST_F(PluginTest, CloseAbortsARunningAcquisitionAndEndsTheSession) {
     client.sendLine("START(0,1,1,f,10)");
     ASSERT_TRUE(dev0.waitUntilRunning());
     close();
-    EXPECT_EQ(dev0.aborts(), 1);
+    EXPECT_EQ(dev0.aborts, 1);
     EXPECT_TRUE(client.waitForClose(kReplyBound));
     const int threads = threadCount();
     EXPECT_EQ(plugin.initialize(&host), 0);  // one cycle per object: no new server
@@ -174,9 +175,9 @@ TEST_F(PluginTest, APortInUseIsLoggedOnceWithTheConfiguredNumber) {
     writePortSetting(settingsDir.path(), configured);
     ASSERT_EQ(plugin.initialize(&host), 0);
     started = true;
-    for (int i = 0; i < 250 && host.logLines().empty(); ++i)
+    for (int i = 0; i < 250 && host.logged.lines().empty(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(host.logLines(),
+    EXPECT_EQ(host.logged.lines(),
               (std::vector<std::string>{"remotectrl|0|Could not start the remote server at port " +
                                         configured}));
 }
