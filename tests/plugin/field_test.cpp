@@ -19,10 +19,13 @@ struct SettingsRow {
     const char* name;
     const char* lines;
     const char* invalid;  // "KEY: VALUE" of the first value that does not parse, or ""
+    int port = 59876;
 };
 
 const SettingsRow kSettingsRows[] = {
     {"none", "", ""},
+    {"port_digits_then_text", "Port=1234abc\n", "", 1234},
+    {"port_not_a_number_is_lenient", "Port=abc\n", ""},
     {"address", "Address=127.0.0.3\n", ""},
     {"address_name", "Address=localhost\n", "Address: localhost"},
     {"address_octet_past_255", "Address=127.0.0.256\n", "Address: 127.0.0.256"},
@@ -46,6 +49,7 @@ TEST_P(SettingsTest, NamesTheFirstValueThatDoesNotParse) {
     const std::string invalid =
         settings.invalidKey.empty() ? "" : settings.invalidKey + ": " + settings.invalidValue;
     EXPECT_EQ(invalid, GetParam().invalid);
+    EXPECT_EQ(settings.port, GetParam().port);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, SettingsTest, ::testing::ValuesIn(kSettingsRows), RowName());
@@ -134,12 +138,15 @@ TEST_F(PluginTest, AStopSentWithItsStartIsNotLost) {
     }
 }
 
-TEST_F(PluginTest, APortHeldElsewhereIsTriedAgainUntilItIsFree) {
+// Only the low 16 bits of the port reach the socket; the log shows the configured number, once.
+TEST_F(PluginTest, APortHeldElsewhereIsLoggedOnceAndTriedAgainUntilItIsFree) {
     auto holder = std::make_unique<TCPServerSocket>();
     ASSERT_EQ(holder->startServer(static_cast<unsigned short>(port), 1), 0);
+    writeSettings("Port=" + std::to_string(65536 + port) + "\n");
     ASSERT_EQ(plugin.initialize(&host), 0);
     started = true;
-    ASSERT_TRUE(waitForLog("Could not start the remote server at port " + std::to_string(port)));
+    ASSERT_TRUE(waitForLog("remotectrl|0|Could not start the remote server at port " +
+                           std::to_string(65536 + port)));
     holder.reset();
     ASSERT_TRUE(client.connect(port, kStartBound));
     EXPECT_EQ(client.exchange("GUI_ISRUNNING(0)"), "NO");

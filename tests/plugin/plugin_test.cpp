@@ -153,34 +153,5 @@ TEST_F(PluginTest, CloseAbortsARunningAcquisitionAndEndsTheSession) {
     EXPECT_EQ(threadCount(), threads);
 }
 
-TEST_F(PluginTest, ThePortComesFromTheSettingsFile) {
-    const std::pair<const char*, int> rows[] = {{"", 59876}, {"1234abc", 1234}, {"abc", 59876}};
-    for (const auto& [value, expected] : rows) {
-        TempDir dir;
-        if (*value != '\0') writePortSetting(dir.path(), value);
-        FakeHost quiet;
-        quiet.settingsDir = dir.path();
-        PluginRemoteCtrl::RemoteCtrl other;
-        other.initialize(&quiet);
-        other.onClose();
-        EXPECT_EQ(other.port(), expected) << value;
-    }
-}
-
-TEST_F(PluginTest, APortInUseIsLoggedOnceWithTheConfiguredNumber) {
-    TCPServerSocket taken;
-    ASSERT_EQ(taken.startServer(0, 1), 0);
-    // Only the low 16 bits reach the socket; the message shows the configured number.
-    const std::string configured = std::to_string(65536 + taken.getLocalPort());
-    writePortSetting(settingsDir.path(), configured);
-    ASSERT_EQ(plugin.initialize(&host), 0);
-    started = true;
-    for (int i = 0; i < 250 && host.logged.lines().empty(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(host.logged.lines(),
-              (std::vector<std::string>{"remotectrl|0|Could not start the remote server at port " +
-                                        configured}));
-}
-
 }  // namespace
 }  // namespace testhost
