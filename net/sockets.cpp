@@ -341,18 +341,24 @@ int CommunicatingSocket::getLine(std::string& line, double timeout) {
     int taken = takeLine(line);
     // A buffered line never waits, so the clock is read only when the socket may have to be.
     if (taken != kNoLineYet) return taken;
-    line = mLineBuffer;  // what a failed wait leaves: the partial line, or nothing
+    // Every way out without a line hands over a copy of the partial text, which stays buffered
+    // and begins the next line however late the rest comes (while a too-long line is being
+    // dropped the buffer is empty).
+    const auto withoutLine = [&](int result) {
+        line = mLineBuffer;
+        return result;
+    };
     const double start = getPrecTime();
     for (;;) {
         char area[kLineAreaSize] = {};
         const WaitResult wait = waitFor(mSockDesc, Readiness::kReadable, timeout);
-        if (wait == WaitResult::kFailed) return kTransferWaitFailed;
+        if (wait == WaitResult::kFailed) return withoutLine(kTransferWaitFailed);
         if (wait == WaitResult::kReady) {
             const ssize_t received = ::recv(mSockDesc, area, kLinePieceSize, 0);
-            if (received < 0) return kIoFailed;
+            if (received < 0) return withoutLine(kIoFailed);
             if (received == 0) {
-                // The peer closed: the unterminated rest is the last line (none while discarding).
-                line = mDiscarding ? std::string() : std::move(mLineBuffer);
+                // The peer closed: the unterminated rest is the last line.
+                line = std::move(mLineBuffer);
                 mLineBuffer.clear();
                 mSearchFrom = 0;
                 mDiscarding = false;
@@ -362,11 +368,7 @@ int CommunicatingSocket::getLine(std::string& line, double timeout) {
             taken = takeLine(line);
             if (taken != kNoLineYet) return taken;
         }
-        if (hasExpired(start, timeout)) {
-            // The partial text stays buffered and begins the next line, however late the rest.
-            line = mDiscarding ? std::string() : mLineBuffer;
-            return kTimedOut;
-        }
+        if (hasExpired(start, timeout)) return withoutLine(kTimedOut);
     }
 }
 
