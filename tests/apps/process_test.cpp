@@ -162,10 +162,6 @@ TEST_F(ProcessTest, ServesWithManyFilesOpenInBoundedMemory) {
 #endif
 }
 
-long entryCount(const std::string& folder) {
-    return std::distance(std::filesystem::directory_iterator(folder), {});
-}
-
 // znhost leaves SIGPIPE at its default action, so a reply sent to a client that has gone would end
 // it unless the plug-in guards its sends itself.
 TEST_F(ProcessTest, SurvivesClientsThatLeaveAndReturnsToIdle) {

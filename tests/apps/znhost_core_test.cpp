@@ -65,17 +65,13 @@ const ConfigRow kConfigRows[] = {
     {"no_device_section", "[DevControl]\nLoaded=false\n", "devcontrol 01"},
     {"missing_file", nullptr, "error: cannot read the file: No such file or directory"},
     {"int_with_text", "[Device0]\nAcqResult=1x\n", "error: [Device0] AcqResult: \"1x\" is not a"},
-    {"int_too_big", "[Device0]\nAbortResult=99999999999\n", "error: [Device0] AbortResult: \""},
     {"frame_side_zero", "[Device0]\nFrameWidth=0\n", "error: [Device0] FrameWidth: \"0\" is not"},
     {"frame_side_too_big", "[Device0]\nFrameHeight=4097\n", "error: [Device0] FrameHeight: \"4"},
     {"double_with_text", "[Device0]\nThresholdMin=1.5x\n", "error: [Device0] ThresholdMin: \""},
-    {"double_infinite", "[Device0]\nThresholdMax=inf\n", "error: [Device0] ThresholdMax: \"inf"},
     {"blank_value", "[Device0]\nName=  \n", "error: [Device0] Name: empty value"},
     {"bool_word", "[DevControl]\nLoaded=yes\n", "error: [DevControl] Loaded: \"yes\" is not"},
-    {"key_with_blank", "[Device0]\nName =x\n", "error: [Device0] Name : unknown key"},
     {"same_name_twice", "[Device0]\nName=a\n[Device1]\nName=a\n", "error: [Device1] Name: \"a\""},
     {"unknown_section", "[device0]\n", "error: [device0]: unknown section"},
-    {"leading_zero", "[Device00]\n", "error: [Device00]: unknown section"},
     {"numbering_gap", "[Device0]\n[Device2]\n", "error: [Device2]: devices are numbered from 0"},
     {"entry_before_section", "Name=x\n[Device0]\n", "error: Name: entry before the first section"},
 };
@@ -127,7 +123,6 @@ const OptionRow kOptionRows[] = {
     {"client_defaults", true, {"GUI_START(0)"}, "127.0.0.1:59876 5000 GUI_START(0)"},
     {"client_values", true, {"--host", "h", "--port=65535", "--timeout", "0.5"}, "h:65535 0.5100"},
     {"client_flags", true, {"--help", "--version", "--", "--x", "-"}, "127.0.0.1:59876 5011 --x -"},
-    {"client_help_alone", true, {"--help"}, "127.0.0.1:59876 5010"},
     {"client_unknown_option", true, {"--verbose"}, "error: unknown option --verbose"},
     {"client_port_zero", true, {"--port", "0"}, "error: --port needs a number from 1 to 65535"},
     {"client_timeout_zero", true, {"--timeout", "0"}, "error: --timeout needs a positive number"},
@@ -172,7 +167,6 @@ const AcquisitionRow kAcquisitionRows[] = {
     {"empty_name_no_file", 0, 1, 0, "", 0, -1},
     {"negative_count", 0, -1, 0, "run.txt", -1, -1},
     {"negative_time", 0, 1, -0.5, "run.txt", -1, -1},
-    {"time_not_a_number", 0, 1, std::nan(""), "run.txt", -1, -1},
     {"name_leaving_the_folder", 0, 1, 0, "../run.txt", -1, -1},
     {"file_too_large", 0, 2000000000, 0, "run.txt", -1, -1},
     {"missing_subfolder", 0, 1, 0, "no/run.txt", -1, -1},
@@ -284,10 +278,6 @@ TEST(SimHost, ListsDevicesAndServesDevControl) {
     EXPECT_EQ(SimHost(config, ".", ".", kQuiet).findPlugin("devcontrol"), nullptr);
 }
 
-long threadCount() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-}
-
 enum class AtClose { InAccept, IdleClient, RunningAcquisition, ClientWaiting };
 
 // One cycle as a host that unloads modules runs it: load, initialize, bring the plug-in into
@@ -331,12 +321,12 @@ void loadAndUnload(AtClose state) {
 
 TEST(ModuleUnload, EveryCycleEndsWithTheThreadsItBeganWith) {
     loadAndUnload(AtClose::IdleClient);  // sanitizer runtimes start threads of their own at first
-    const long before = threadCount();
+    const long before = entryCount("/proc/self/task");
     for (int round = 0; round < 3; ++round) {
         for (AtClose state : {AtClose::InAccept, AtClose::IdleClient, AtClose::RunningAcquisition,
                               AtClose::ClientWaiting}) {
             loadAndUnload(state);
-            EXPECT_EQ(threadCount(), before)
+            EXPECT_EQ(entryCount("/proc/self/task"), before)
                 << "round " << round << ", " << static_cast<int>(state);
         }
     }

@@ -2,7 +2,6 @@
 // client that pairs replies exactly with the protocol's sync line.
 #pragma once
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -20,17 +19,6 @@
 namespace testhost {
 
 using namespace testsupport;
-
-// Threads of this process, from the kernel's view.
-inline int threadCount() {
-    int count = 0;
-    if (DIR* dir = opendir("/proc/self/task")) {
-        while (dirent* entry = readdir(dir))
-            count += entry->d_name[0] != '.';
-        closedir(dir);
-    }
-    return count;
-}
 
 inline void writePortSetting(const std::string& dir, const std::string& port) {
     writeFile(dir + "/remotectrl.ini", "[Settings]\nPort=" + port + "\n");

@@ -22,17 +22,13 @@ struct ReplyRow {
 // dev0's threshold range is [5, 100): the minimum included, the maximum excluded.
 const ReplyRow kIdleReplies[] = {
     {"start_no_arguments", "START()", "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 5)", ""},
-    {"start_six_arguments", "START(0,1,1,f,10,x)",
-     "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 5)", ""},
     {"index_not_a_number", "START(abc,1,1,f,10)", "ERROR: INVALID DEVICE INDEX", ""},
-    {"index_negative", "START(-1,1,1,f,10)", "ERROR: INVALID DEVICE INDEX", ""},
     {"index_past_the_list", "START(2,1,1,f,10)", "ERROR: INVALID DEVICE INDEX", ""},
     {"count_negative", "START(0,-1,1,f,10)", "ERROR: INVALID ACQ COUNT", ""},
     {"count_past_int", "START(0,3000000000,1,f,10)", "ERROR: INVALID ACQ COUNT", ""},
     {"time_negative", "START(0,1,-0.5,f,10)", "ERROR: INVALID ACQ TIME", ""},
     {"threshold_at_maximum", "START(0,1,1,f,100)", "ERROR: INVALID THL", ""},
     {"threshold_below_minimum", "START(0,1,1,f,4.9)", "ERROR: INVALID THL", ""},
-    {"threshold_not_a_number", "START(0,1,1,f,high)", "ERROR: INVALID THL", ""},
     {"unknown_name", "FOO()", "ERROR: UNKNOWN COMMAND", ""},
     {"stop_while_idle", "STOP()", "", ""},
     {"syntax_error", "A(\")", "ERROR: INVALID COMMAND SYNTAX", ""},
@@ -43,9 +39,6 @@ const ReplyRow kIdleReplies[] = {
     {"gui_setfile", "GUI_SETFILE(1,\"a, b\")", "", "setFile dev1 a,b 1"},
     {"gui_isrunning", "GUI_ISRUNNING(0)", "NO", ""},
     {"gui_index_past_the_full_list", "GUI_START(2)", "ERROR: INVALID DEVICE INDEX", ""},
-    {"gui_index_not_a_number", "GUI_STOP(x)", "ERROR: INVALID DEVICE INDEX", ""},
-    {"gui_start_two_arguments", "GUI_START(0,1)", "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 1)",
-     ""},
     {"gui_setfile_one_argument", "GUI_SETFILE(0)",
      "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 2)", ""},
 };
@@ -147,10 +140,10 @@ TEST_F(PluginTest, CloseAbortsARunningAcquisitionAndEndsTheSession) {
     close();
     EXPECT_EQ(dev0.aborts, 1);
     EXPECT_TRUE(client.waitForClose(kReplyBound));
-    const int threads = threadCount();
+    const long threads = entryCount("/proc/self/task");
     EXPECT_EQ(plugin.initialize(&host), 0);  // one cycle per object: no new server
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ(threadCount(), threads);
+    EXPECT_EQ(entryCount("/proc/self/task"), threads);
 }
 
 }  // namespace

@@ -86,8 +86,6 @@ TEST(IniGetline, GrowsItsBufferAndOwnsOnlyWhatItAllocated) {
               "6/120 301/480 4/480 -1/480 kept");
     EXPECT_EQ(read(std::string(118, 'a') + "\n", 0), "119/120 -1/120 kept");
     EXPECT_EQ(read(std::string(119, 'a') + "\n", 0), "120/240 -1/240 kept");
-    EXPECT_EQ(read(std::string(238, 'a') + "\n", 0), "239/240 -1/240 kept");
-    EXPECT_EQ(read(std::string(239, 'a') + "\n", 0), "240/480 -1/480 kept");
     EXPECT_EQ(read(std::string(119, 'a'), 0), "119/240 -1/240 kept");
     EXPECT_EQ(read(std::string("a\0b\n", 4), 0), "4/120 -1/120 kept");
     EXPECT_EQ(read("abc\n", 60), "4/120 -1/120 kept");
@@ -117,14 +115,10 @@ const FileRow kFileRows[] = {
     {"EntriesBeforeFirstHeader", "Mode=fast\n[S]\nk=v\n", 1, "!: Mode=fast\nS: k=v\n"},
     {"CrLfAndBlanksTrimmed", " \r \n  [S]  \r\n k = v \r\n", 1, "S: k = v\n"},
     {"LastLineWithoutLineFeed", "[S]\nk=v", 1, "S: k=v\n"},
-    {"TabsStay", "[S]\t\n\tk=\tv\n", 1, "S]: \tk=\tv\n"},
     {"ByteOrderMarkMakesNoHeader", "\xEF\xBB\xBF[S]\nk=1\n", 0, "!: k=1\n!: \xEF\xBB\xBF[S]=\n"},
-    {"BracketAloneIsAKey", "[\n", 0, "!: [=\n"},
     {"EmptyBracketsNameEmptySection", "[]\nk=v\n", 1, ": k=v\n"},
     {"HeaderWithoutClosingBracket", "[Other\nk=7\n", 1, "Othe: k=7\n"},
-    {"EmptyKeyAndValue", "=5\nk=\n", 0, "!: =5\n!: k=\n"},
     {"ZeroByteCutsTheLine", std::string("k=v\0tail\n", 9), 0, "!: k=v\n"},
-    {"NoCommentSyntax", "# c=1\n; n\n", 0, "!: # c=1\n!: ; n=\n"},
     {"FurtherSeparatorsInValue", "Path=a=b\n", 0, "!: Path=a=b\n"},
     {"RepeatedKeyReplaces", "[S]\nk=1\n[T]\n[S]\nk=2\n", 3, "S: k=2\n"},
     {"CompositeKeysCollide", "[a|b]\nc=1\n[a]\nb|c=2\n", 2, "a: b|c=2\n"},

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -46,6 +47,10 @@ bool waitForFileText(const std::string& path, const std::string& text, milliseco
         if (Clock::now() >= deadline) return false;
         std::this_thread::sleep_for(kPollStep);
     }
+}
+
+long entryCount(const std::string& folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), {});
 }
 
 }  // namespace testsupport

@@ -12,6 +12,8 @@ void writeFile(const std::string& path, const std::string& text);
 // The whole file, or "" when it cannot be read.
 std::string readFile(const std::string& path);
 bool fileExists(const std::string& path);
+// Entries of a folder; threads of this process are the entries of /proc/self/task.
+long entryCount(const std::string& folder);
 std::vector<std::string> splitLines(const std::string& text);
 
 // Polls `path` until it contains `text`; false when `bound` passes first.

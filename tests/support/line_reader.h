@@ -1,7 +1,6 @@
 // The two growing line readers (the INI store's and the file utilities') follow the same buffer
 // rules. This reads a whole file with either and describes what every call did, so that a test
-// states a case as one line (bytes in, trace out) and a fuzz target can check the rules on any
-// input.
+// states a case as one line (bytes in, trace out).
 #pragma once
 
 #include <cstdio>
