@@ -8,7 +8,6 @@
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
-#include <map>
 #include <mutex>
 #include <set>
 #include <string>
@@ -37,6 +36,8 @@ private:
 
 class FakeDevice : public zn::IDev {
 public:
+    explicit FakeDevice(std::string deviceName = "") : name(std::move(deviceName)) {}
+    const std::string name;  // for readable devcontrol calls
     std::atomic<double> maxThreshold{100.0};  // the range is [5, maxThreshold)
     std::atomic<int> setThresholdResult{0};
     std::atomic<int> acqResult{0};
@@ -94,7 +95,6 @@ private:
 
 class FakeDevControl : public zn::IDevControl {
 public:
-    std::map<zn::IDev*, std::string> names;  // set by the test, for readable calls
     Log calls;
 
     int setFile(zn::IDev* device, const char* fileName, int flag) override {
@@ -117,10 +117,8 @@ public:
     }
 
 private:
-    std::string name(zn::IDev* device) const {
-        const auto found = names.find(device);
-        return found == names.end() ? "?" : found->second;
-    }
+    // The host hands devcontrol only its own devices, which are all fake ones.
+    static std::string name(zn::IDev* device) { return static_cast<FakeDevice*>(device)->name; }
 
     std::mutex mMutex;
     std::set<zn::IDev*> mRunning;

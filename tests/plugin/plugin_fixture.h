@@ -78,7 +78,6 @@ protected:
     void SetUp() override {
         host.settingsDir = settingsDir.path();
         host.devices = host.filtered = {&dev0, &dev1};
-        host.devControl.names = {{&dev0, "dev0"}, {&dev1, "dev1"}};
         port = freeLoopbackPort();
         ASSERT_GT(port, 0);
         writePortSetting(settingsDir.path(), std::to_string(port));
@@ -111,8 +110,8 @@ protected:
     }
 
     TempDir settingsDir;
-    FakeDevice dev0;
-    FakeDevice dev1;
+    FakeDevice dev0{"dev0"};
+    FakeDevice dev1{"dev1"};
     FakeHost host;
     PluginRemoteCtrl::RemoteCtrl plugin;
     Client client;
