@@ -9,6 +9,8 @@ namespace znhost {
 namespace {
 
 constexpr const char* kDefaultRelativePath = "../lib/remotectrl.so";
+// Set by CMake from the install folders, relative to the installed znhost.
+constexpr const char* kInstalledRelativePath = REMOTECTRL_INSTALLED_MODULE;
 
 std::string lastDlError() {
     const char* message = dlerror();
@@ -48,6 +50,8 @@ std::string defaultPluginPath() {
     std::string executable(self, static_cast<size_t>(length));
     size_t slash = executable.rfind('/');
     if (slash == std::string::npos) return kDefaultRelativePath;
+    std::string installed = executable.substr(0, slash + 1) + kInstalledRelativePath;
+    if (access(installed.c_str(), F_OK) == 0) return installed;
     return executable.substr(0, slash + 1) + kDefaultRelativePath;
 }
 
