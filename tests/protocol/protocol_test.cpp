@@ -58,14 +58,6 @@ TEST(CommandLine, MatchesEveryCase) {
     }
 }
 
-// The server never splits at more than one character; these rows pin what a longer delimiter
-// string does, since the tokenizer is public.
-TEST(SplitString, KeepsEmptyPiecesAndSkipsTheDelimiterStringsLength) {
-    EXPECT_EQ(protocol::splitString(",a,,", ","), (Texts{"", "a", "", ""}));
-    EXPECT_EQ(protocol::splitString("a(b,c", "(,"), (Texts{"a", "", ""}));
-    EXPECT_EQ(protocol::tokenizeQuotedString("\"a;b\";c", ";,"), (Texts{"a;", ""}));
-}
-
 std::string describe(const protocol::Routed& routed) {
     using Kind = protocol::Routed::Kind;
     const char* kind = routed.kind == Kind::Reply   ? "reply:"
