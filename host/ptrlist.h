@@ -1,7 +1,8 @@
 // zn::PtrList: the plug-in's implementation of the host's list interface.
 //
 // The list never owns what its elements point to: clear(), erase() and the destructor leave the
-// pointed-to objects alone. Growth doubles the capacity, starting with room for one element.
+// pointed-to objects alone. Growth is std::vector's, which in the library we build with doubles the
+// capacity, starting with room for one element.
 #pragma once
 
 #include <vector>
@@ -19,15 +20,8 @@ public:
     unsigned int size() const override { return static_cast<unsigned int>(mItems.size()); }
     T get(unsigned int index) const override { return mItems[index]; }
 
-    void add(T item) override {
-        reserveOneMore();
-        mItems.push_back(item);
-    }
-
-    void insert(int index, T item) override {
-        reserveOneMore();
-        mItems.insert(mItems.begin() + index, item);
-    }
+    void add(T item) override { mItems.push_back(item); }
+    void insert(int index, T item) override { mItems.insert(mItems.begin() + index, item); }
 
     int erase(unsigned int index) override {
         if (index >= mItems.size()) return -1;
@@ -39,11 +33,6 @@ public:
     void clear() override { mItems.clear(); }
 
 private:
-    void reserveOneMore() {
-        if (mItems.size() == mItems.capacity())
-            mItems.reserve(mItems.empty() ? 1 : 2 * mItems.capacity());
-    }
-
     std::vector<T> mItems;
 };
 
