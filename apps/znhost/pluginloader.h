@@ -18,10 +18,10 @@ struct LoadedPlugin {
 // True with `loaded` filled in; otherwise false with a one-line `error` naming the path.
 bool loadPlugin(const std::string& path, LoadedPlugin& loaded, std::string& error);
 
-// The installed module beside an installed znhost (../lib/remotectrl/remotectrl.so in the usual
-// layout) when it exists, else the build tree's ../lib/remotectrl.so, both relative to the folder
-// of the running executable; the relative text "../lib/remotectrl.so" when that folder cannot be
-// found.
+// The installed module beside an installed znhost (../lib/remotectrl/plugins/remotectrl.so in the
+// usual layout) when it exists, else the build tree's ../lib/remotectrl.so, both relative to the
+// folder of the running executable; the relative text "../lib/remotectrl.so" when that folder
+// cannot be found.
 std::string defaultPluginPath();
 
 }  // namespace znhost
