@@ -1,11 +1,15 @@
 """`cmake --install` into a temporary prefix, where znhost finds the plug-in by itself and serves
-rcclient and a program built against the CMake package; and `cpack -G DEB`. Settings come from the
-environment that CTest sets (CMakeLists.txt); every process is bounded and stopped by the test."""
+rcclient and a program built against the CMake package; and the Debian packages, unpacked into a
+temporary root, where znhost serves rcclient and Python imports the package, checked by lintian.
+Settings come from the environment that CTest sets (CMakeLists.txt); every process is bounded and
+stopped by the test."""
 
+import glob
 import os
 import shutil
 import socket
 import subprocess
+import sys
 import tempfile
 import time
 import unittest
@@ -25,6 +29,43 @@ def run(command):
     if result.returncode != 0:
         raise AssertionError("%s failed (%d):\n%s%s" % (command, result.returncode, result.stdout, result.stderr))
     return result.stdout
+
+
+def stop(process):
+    process.terminate()
+    try:
+        process.wait(WAIT_BOUND)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait(WAIT_BOUND)
+
+
+def serve(test, bin_dir, folder):
+    """Starts the znhost in bin_dir on a free loopback port and checks that it serves its rcclient;
+    returns the settings file that names the port."""
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        port = str(probe.getsockname()[1])
+    settings = os.path.join(folder, "remotectrl.ini")
+    with open(settings, "w") as out:
+        out.write("[Settings]\nPort=%s\n" % port)
+    host_out = os.path.join(folder, "znhost.out")
+    with open(host_out, "w") as out:
+        # No --plugin: the installed znhost must find the installed module by itself.
+        host = subprocess.Popen([os.path.join(bin_dir, "znhost"), "--settings-dir", folder,
+                                 "--data-dir", folder], stdin=subprocess.DEVNULL, stdout=out)
+    test.addCleanup(stop, host)
+    client = [os.path.join(bin_dir, "rcclient"), "--port", port, "GUI_ISRUNNING(0)", "START(0,2,0,run.txt,10)"]
+    deadline = time.monotonic() + WAIT_BOUND
+    # The server may listen a moment after "ready": retry while rcclient finds nobody (status 2).
+    while (result := subprocess.run(client, capture_output=True, text=True, timeout=STEP_BOUND)).returncode == 2:
+        test.assertLess(time.monotonic(), deadline, result.stderr)
+        time.sleep(0.1)
+    test.assertEqual((result.returncode, result.stdout), (0, "NO\nOK\n"), result.stderr)
+    test.assertTrue(os.path.isfile(os.path.join(folder, "run.txt")))
+    with open(host_out) as source:
+        test.assertTrue(source.read().startswith("loaded remotectrl: "))
+    return settings
 
 
 class InstallTest(unittest.TestCase):
@@ -49,57 +90,33 @@ class InstallTest(unittest.TestCase):
              "-DCMAKE_EXE_LINKER_FLAGS=" + env("REMOTECTRL_EXE_LINKER_FLAGS")])
         run([env("REMOTECTRL_CMAKE"), "--build", consumer])
 
-        with socket.socket() as probe:
-            probe.bind(("127.0.0.1", 0))
-            port = str(probe.getsockname()[1])
-        settings = os.path.join(self.folder, "remotectrl.ini")
-        with open(settings, "w") as out:
-            out.write("[Settings]\nPort=%s\n" % port)
-        host_out = os.path.join(self.folder, "znhost.out")
-        with open(host_out, "w") as out:
-            # No --plugin: the installed znhost must find the installed module by itself.
-            host = subprocess.Popen([os.path.join(bin_dir, "znhost"), "--settings-dir", self.folder,
-                                     "--data-dir", self.folder], stdin=subprocess.DEVNULL, stdout=out)
-        self.addCleanup(self.stop, host)
-        client = [os.path.join(bin_dir, "rcclient"), "--port", port, "GUI_ISRUNNING(0)", "START(0,2,0,run.txt,10)"]
-        deadline = time.monotonic() + WAIT_BOUND
-        # The server may listen a moment after "ready": retry while rcclient finds nobody (status 2).
-        while (result := subprocess.run(client, capture_output=True, text=True, timeout=STEP_BOUND)).returncode == 2:
-            self.assertLess(time.monotonic(), deadline, result.stderr)
-            time.sleep(0.1)
-        self.assertEqual((result.returncode, result.stdout), (0, "NO\nOK\n"), result.stderr)
-        self.assertTrue(os.path.isfile(os.path.join(self.folder, "run.txt")))
+        settings = serve(self, bin_dir, self.folder)
         self.assertEqual(run([os.path.join(consumer, "consumer"), settings]), "NO\n")
-        with open(host_out) as source:
-            self.assertTrue(source.read().startswith("loaded remotectrl: "))
-
-    @staticmethod
-    def stop(process):
-        process.terminate()
-        try:
-            process.wait(WAIT_BOUND)
-        except subprocess.TimeoutExpired:
-            process.kill()
-            process.wait(WAIT_BOUND)
+        self.assertTrue(os.path.isfile(os.path.join(self.prefix, "share", "man", "man1", "znhost.1.gz")))
 
 
 class DebianPackageTest(unittest.TestCase):
-    def test_package_holds_the_installed_files(self):
-        if shutil.which("dpkg-deb") is None:
-            self.skipTest("dpkg-deb is not available")
+    def test_unpacked_packages_serve_and_import_and_pass_lintian(self):
+        if shutil.which("dpkg-deb") is None or shutil.which("lintian") is None:
+            self.skipTest("dpkg-deb or lintian is missing: tools/install-deps installs them")
         folder = tempfile.mkdtemp(prefix="remotectrl-deb-")
         self.addCleanup(shutil.rmtree, folder, True)
-        run([env("REMOTECTRL_CPACK"), "-G", "DEB", "--config",
-             os.path.join(env("REMOTECTRL_BUILD_DIR"), "CPackConfig.cmake"), "-B", folder])
-        packages = [name for name in os.listdir(folder) if name.endswith(".deb")]
-        self.assertEqual(len(packages), 1, os.listdir(folder))
-        package = os.path.join(folder, packages[0])
-        self.assertEqual(run(["dpkg-deb", "-f", package, "Package", "Version"]),
-                         "Package: remotectrl\nVersion: %s\n" % env("REMOTECTRL_VERSION"))
-        contents = run(["dpkg-deb", "-c", package])
-        for path in ["./usr/bin/znhost", "./usr/bin/rcclient", "./usr/lib/remotectrl.so",
-                     "./usr/include/remotectrl/net/sockets.h", "/cmake/remotectrl/remotectrlConfig.cmake"]:
-            self.assertIn(path, contents)
+        run([env("REMOTECTRL_CPACK"), "--config", os.path.join(env("REMOTECTRL_BUILD_DIR"), "CPackConfig.cmake"),
+             "-B", folder])
+        packages = sorted(glob.glob(os.path.join(folder, "*.deb")))
+        names = ["python3-remotectrl", "remotectrl-dev", "remotectrl"]
+        self.assertEqual([os.path.basename(name).split("_")[:2] for name in packages],
+                         [[name, env("REMOTECTRL_VERSION")] for name in names])
+        root = os.path.join(folder, "root")
+        for package in packages:
+            run(["dpkg-deb", "-x", package, root])
+        serve(self, os.path.join(root, "usr", "bin"), folder)
+        python_dir = os.path.join(root, "usr", "lib", "python3", "dist-packages")
+        imported = run([sys.executable, "-c", "import sys; sys.path.insert(0, %r); import remotectrl; "
+                        "print(remotectrl.__file__, remotectrl.__version__)" % python_dir])
+        self.assertEqual(imported, "%s %s\n" % (os.path.join(python_dir, "remotectrl", "__init__.py"),
+                                                env("REMOTECTRL_VERSION")))
+        run(["lintian", "--fail-on", "error,warning"] + packages)
 
 
 if __name__ == "__main__":
