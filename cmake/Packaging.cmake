@@ -102,11 +102,14 @@ file(WRITE ${PROJECT_BINARY_DIR}/deb/copyright
      "Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/\n"
      "Upstream-Name: remotectrl\n\n"
      "Files: *\nCopyright: ${remotectrl_copyright_holder}\nLicense: Expat\n${remotectrl_licence}")
+# A release without its changelog entry fails here: lintian does not compare the versions.
 add_custom_command(
     OUTPUT ${PROJECT_BINARY_DIR}/deb/changelog.gz
+    COMMAND grep -q "^remotectrl (${PROJECT_VERSION})" ${PROJECT_SOURCE_DIR}/cmake/changelog
     COMMAND ${CMAKE_COMMAND} -E copy ${PROJECT_SOURCE_DIR}/cmake/changelog ${PROJECT_BINARY_DIR}/deb/
     COMMAND gzip -9nf ${PROJECT_BINARY_DIR}/deb/changelog
-    DEPENDS ${PROJECT_SOURCE_DIR}/cmake/changelog)
+    DEPENDS ${PROJECT_SOURCE_DIR}/cmake/changelog
+    VERBATIM)
 add_custom_target(deb_changelog ALL DEPENDS ${PROJECT_BINARY_DIR}/deb/changelog.gz)
 set(remotectrl_deb_components)
 while(remotectrl_deb_packages)
