@@ -10,8 +10,13 @@ file(COPY ${SOURCE}/pyproject.toml ${SOURCE}/remotectrl DESTINATION ${WORK}/sour
 execute_process(
     COMMAND ${PYTHON} -c "import setuptools.build_meta as backend; backend.build_wheel('${WORK}/wheel')"
     WORKING_DIRECTORY ${WORK}/source
-    OUTPUT_QUIET
-    COMMAND_ERROR_IS_FATAL ANY)
+    RESULT_VARIABLE result
+    OUTPUT_VARIABLE log
+    ERROR_VARIABLE log)
+# setuptools talks a lot even when all is well: its output is shown only when the build fails.
+if(NOT result EQUAL 0)
+    message(FATAL_ERROR "Building the Python package's wheel failed (${result}):\n${log}")
+endif()
 file(GLOB wheel ${WORK}/wheel/*.whl)
 file(ARCHIVE_EXTRACT INPUT ${wheel} DESTINATION ${WORK}/root)
 file(GLOB record ${WORK}/root/*.dist-info/RECORD)
