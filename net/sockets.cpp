@@ -132,7 +132,7 @@ void appendChunk(const char* area, size_t received, std::string& buffer) {
     const size_t lineLength = static_cast<size_t>(end - area);
     buffer.append(area, strnlen(area, lineLength));
     buffer += '\n';
-    if (lineLength + 1 < received) buffer.append(end + 1);
+    buffer.append(end + 1);
 }
 
 const sockaddr* asSockaddr(const sockaddr_in& addr) {
@@ -188,7 +188,7 @@ unsigned short addressPort(int fd, AddressQuery query) {
 int changeMembership(int fd, int option, const std::string& multicastGroup) {
     ip_mreq membership{};
     membership.imr_multiaddr.s_addr = ::inet_addr(multicastGroup.c_str());
-    membership.imr_interface.s_addr = htonl(INADDR_ANY);
+    // The interface is left all zero bits, INADDR_ANY: the system picks it.
     return setOption(fd, IPPROTO_IP, option, membership);
 }
 

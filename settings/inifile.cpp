@@ -146,7 +146,7 @@ int IniFile::getline(FILE* stream, char** line, size_t* size) {
         if (lf != nullptr) return static_cast<int>(static_cast<const char*>(lf) - *line + 1);
 
         offset = *size - 1;
-        const size_t grown = *size <= 59 ? 120 : *size * 2;
+        const size_t grown = *size * 2;  // never below 61: a smaller buffer was replaced
         if (grown > static_cast<size_t>(INT_MAX) || !resizeBuffer(line, size, grown)) {
             return failRead(line, size, ownBuffer);
         }
