@@ -4,6 +4,10 @@
 // Exit status: 0 after a stop signal, 2 on a usage, config, folder or plug-in load error (nothing
 // has run then). SIGPIPE keeps its default action on purpose: a plug-in must survive clients that
 // vanish without help from the host, and a host that ignored the signal would hide the fault.
+// Only znhost's own output thread blocks it, for itself (see lineout.h).
+// "ready" means serving: it follows one "listening on ADDRESS:PORT" line per listening socket,
+// printed once every plug-in has opened one, a plug-in has logged (it cannot listen: "not
+// listening: see the log") or 5 s have passed ("not listening after 5 s").
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +19,7 @@
 
 #include "apps/znhost/config.h"
 #include "apps/znhost/lineout.h"
+#include "apps/znhost/listeners.h"
 #include "apps/znhost/options.h"
 #include "apps/znhost/pluginloader.h"
 #include "apps/znhost/simhost.h"
@@ -26,6 +31,9 @@ namespace {
 
 constexpr int kFailureExit = 2;
 constexpr std::chrono::milliseconds kDeviceShutdownBound{2000};
+constexpr std::chrono::milliseconds kListenBound{5000};
+// The last lines' wait for a reader; a reader that never comes must not keep znhost alive.
+constexpr std::chrono::milliseconds kOutputFlushBound{1000};
 
 int fail(const std::string& message) {
     std::fprintf(stderr, "znhost: %s\n", message.c_str());
@@ -33,8 +41,7 @@ int fail(const std::string& message) {
 }
 
 void printLine(const std::string& text) {
-    std::printf("%s\n", text.c_str());
-    std::fflush(stdout);
+    writeLine(STDOUT_FILENO, text);
 }
 
 bool isDirectory(const std::string& path) {
@@ -81,6 +88,19 @@ void startAll(SimHost& host, const std::vector<LoadedPlugin>& plugins) {
         loaded.plugin->onStart();
 }
 
+void announceReady(const SimHost& host, size_t pluginCount, unsigned loggedBefore) {
+    bool logged = false;
+    std::vector<std::string> addresses = waitForListeners(
+        pluginCount, [&] { return logged = host.loggedLines() != loggedBefore; }, kListenBound);
+    for (const std::string& address : addresses)
+        printLine("listening on " + address);
+    if (addresses.size() < pluginCount)
+        printLine(logged ? "not listening: see the log"
+                         : "not listening after " + std::to_string(kListenBound.count() / 1000) +
+                               " s");
+    printLine("ready");
+}
+
 void closeAll(const std::vector<LoadedPlugin>& plugins) {
     for (auto it = plugins.rbegin(); it != plugins.rend(); ++it)
         it->plugin->onClose();
@@ -109,6 +129,7 @@ int main(int argc, char** argv) {
     if (options.plugins.empty()) options.plugins.push_back(defaultPluginPath());
 
     sigset_t stopSignals = blockStopSignals();
+    startOutputThread();
     std::vector<LoadedPlugin> plugins;
     if (!loadAll(options.plugins, plugins, error)) return fail(error);
     // Never deleted: a plug-in thread that outlives onClose() may still call into the host.
@@ -119,13 +140,15 @@ int main(int argc, char** argv) {
         printLine(std::string("loaded ") + loaded.plugin->name() + ": " +
                   loaded.plugin->description());
     }
+    unsigned loggedBeforeStart = host->loggedLines();
     startAll(*host, plugins);
-    printLine("ready");
+    announceReady(*host, plugins.size(), loggedBeforeStart);
 
     waitForStopSignal(stopSignals);
     closeAll(plugins);
     if (!host->shutDownDevices(kDeviceShutdownBound))
         writeLogLine("znhost", "an acquisition did not end in time");
     printLine("closed");
+    flushOutput(kOutputFlushBound);
     return 0;
 }

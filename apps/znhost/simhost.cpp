@@ -56,6 +56,7 @@ int SimHost::log(const char* source, int /*level*/, const char* format, ...) {
     std::string message = formatMessage(format, args);
     va_end(args);
     writeLogLine(source == nullptr ? "" : source, message);
+    ++mLoggedLines;
     return 0;
 }
 

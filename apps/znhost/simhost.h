@@ -4,12 +4,15 @@
 // appends every device in config order; listDevicesFiltered(list, 1) appends the Filtered ones in
 // the same order, and any other filter value appends none. findPlugin() knows "devcontrol" (unless
 // the config unloads it) and every plug-in registered with addPlugin(), the simulated devcontrol
-// taking precedence. configDir() is the settings folder with trailing slashes removed ("/" gives
+// taking precedence. loggedLines() counts the log() calls so far: znhost stops waiting for a
+// plug-in to listen once it has logged something, since a plug-in only logs while starting when it
+// cannot serve. configDir() is the settings folder with trailing slashes removed ("/" gives
 // the empty text, so that appending "/" and a name still works). All results are 0.
 // Registration happens before any plug-in runs; afterwards the object is only read, so calls from
 // any thread are safe.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -42,6 +45,7 @@ public:
     // Ends running acquisitions and waits at most `bound` per device. True when all are idle.
     bool shutDownDevices(std::chrono::milliseconds bound);
 
+    unsigned loggedLines() const { return mLoggedLines.load(); }
     const std::vector<std::unique_ptr<SimDevice>>& devices() const { return mDevices; }
     const SimDevControl& devControl() const { return mDevControl; }
 
@@ -52,6 +56,7 @@ private:
     SimDevControl mDevControl;
     std::unique_ptr<SimPluginHandle> mDevControlHandle;
     std::vector<std::unique_ptr<SimPluginHandle>> mPluginHandles;
+    std::atomic<unsigned> mLoggedLines{0};
 };
 
 }  // namespace znhost

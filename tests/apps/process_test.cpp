@@ -1,5 +1,6 @@
 // znhost and rcclient as processes on loopback: refusals before anything runs, the stop signals, a
-// port already taken, clients that vanish or never read, and rcclient against a real znhost.
+// port already taken, output nobody reads, clients that vanish or never read, and rcclient against
+// a real znhost.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -53,23 +54,23 @@ protected:
         return {process.exitCode(), readFile(mTemp.file(name + ".out")),
                 readFile(mTemp.file(name + ".err"))};
     }
-    // Starts znhost as mHost and waits until its command server has accepted a connection.
+    // Starts znhost as mHost and waits for its "ready", which means serving.
     void startServing(const std::vector<std::string>& args = {}) {
         ASSERT_NO_FATAL_FAILURE(start(mHost, "znhost", args));
         ASSERT_TRUE(waitForFileText(mTemp.file("znhost.out"), "ready\n", kStartBound));
-        RawClient probe;
-        ASSERT_TRUE(probe.connect(mPort, kStartBound));
     }
     bool hostLogged(const std::string& text) const {
         return waitForFileText(mTemp.file("znhost.err"), text, kReplyBound);
     }
     // The documented stop: "closed" last and status 0.
-    void expectStops(ChildProcess& host, const std::string& name, int signal = SIGTERM) {
+    void expectStops(ChildProcess& host, const std::string& name, int signal = SIGTERM,
+                     std::string listening = "") {
         host.sendSignal(signal);
         Ended ended = finish(host, name);
         EXPECT_EQ(ended.exitCode, 0) << ended.err;
-        EXPECT_EQ(ended.out,
-                  "loaded remotectrl: Plugin that adds tcp/ip interface\nready\nclosed\n");
+        if (listening.empty()) listening = "listening on 0.0.0.0:" + std::to_string(mPort) + "\n";
+        EXPECT_EQ(ended.out, "loaded remotectrl: Plugin that adds tcp/ip interface\n" + listening +
+                                 "ready\nclosed\n");
     }
 
     TempDir mTemp;
@@ -117,12 +118,50 @@ TEST_F(ProcessTest, PortTakenIsLoggedAndStopSignalsEndCleanly) {
         mTemp.file("second.err"),
         "[remotectrl] Could not start the remote server at port " + std::to_string(mPort) + "\n",
         kStartBound));
-    expectStops(second, "second", SIGINT);
+    ASSERT_TRUE(waitForFileText(mTemp.file("second.out"), "ready\n", kStartBound));
+    expectStops(second, "second", SIGINT, "not listening: see the log\n");
     RawClient client;
     ASSERT_TRUE(client.connect(mPort, kReplyBound) && client.sendLine("START(0,1,600,run.txt,10)"));
     ASSERT_TRUE(hostLogged("trace: sim0.runAcquisition(1, 600, 1, \"run.txt\")\n"));
     expectStops(mHost, "znhost");
     EXPECT_TRUE(client.waitForClose(kReplyBound));
+}
+
+// Standard output's reader is gone and standard error's never reads: znhost's lines then fail or
+// wait, yet it serves on, drops the lines that do not fit and counts them once it can.
+TEST_F(ProcessTest, ServesWithOutputClosedOrNeverRead) {
+    int out[2], err[2];
+    ASSERT_TRUE(pipe(out) == 0 && pipe(err) == 0 && fcntl(err[0], F_SETFL, O_NONBLOCK) == 0);
+    close(out[0]);
+    const std::vector<std::string> args = {ZNHOST_PATH, "--trace", "--settings-dir", mTemp.path()};
+    std::vector<char*> argv;
+    for (const std::string& arg : args)
+        argv.push_back(const_cast<char*>(arg.c_str()));
+    argv.push_back(nullptr);
+    ASSERT_TRUE(mHost.fork([&] {
+        signal(SIGPIPE, SIG_DFL);
+        return dup2(out[1], 1) + dup2(err[1], 2) + execv(argv[0], argv.data());
+    }));
+    close(out[1]);
+    close(err[1]);
+    RawClient client;
+    std::string burst, reply, logged;  // each command four trace lines: more than a pipe holds
+    for (int i = 0; i < 2000; ++i)
+        burst += "GUI_ISRUNNING(0)\n";
+    ASSERT_TRUE(client.connect(mPort, kStartBound) && client.sendText(burst));
+    for (int i = 0; i < 2000; ++i)
+        ASSERT_TRUE(client.readLine(reply, kReplyBound) && reply == "NO") << i;
+    EXPECT_EQ(client.request("START(0,1,0,../x,10)"), "ERROR: ACQUISITION FAILED");
+    char chunk[4096];
+    for (int i = 0; i < 1000 && logged.find(" lines dropped\n") == std::string::npos; ++i) {
+        const ssize_t got = read(err[0], chunk, sizeof chunk);
+        logged.append(chunk, got > 0 ? static_cast<size_t>(got) : 0);
+        if (got <= 0) std::this_thread::sleep_for(milliseconds(20));
+    }
+    close(err[0]);
+    EXPECT_NE(logged.find(" output lines dropped\n"), std::string::npos) << "no count of them";
+    mHost.sendSignal(SIGTERM);
+    EXPECT_TRUE(mHost.waitForExit(kExitBound) && mHost.exitCode() == 0);
 }
 
 // Peak resident memory of a process, from /proc/PID/status.

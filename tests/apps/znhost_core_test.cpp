@@ -16,10 +16,12 @@
 
 #include "apps/rcclient/options.h"
 #include "apps/znhost/datapath.h"
+#include "apps/znhost/listeners.h"
 #include "apps/znhost/options.h"
 #include "apps/znhost/pluginloader.h"
 #include "apps/znhost/simhost.h"
 #include "host/ptrlist.h"
+#include "net/sockets.h"
 #include "tests/support/files.h"
 #include "tests/support/raw_client.h"
 #include "tests/support/row_name.h"
@@ -143,6 +145,19 @@ TEST(DataPath, OnlyRelativeNamesWithoutDotDotComponentsAreSafe) {
         EXPECT_TRUE(isSafeDataPath(file)) << file;
     for (const char* file : {"", "/tmp/run.txt", "../run.txt", "a//../b", "sub/.."})
         EXPECT_FALSE(isSafeDataPath(file)) << file;
+}
+
+TEST(Listeners, WaitsForALateListenOfThisProcess) {
+    const int port = freeLoopbackPort();
+    TCPServerSocket server;
+    std::thread late([&] {
+        std::this_thread::sleep_for(milliseconds(300));
+        server.startServer("127.0.0.1", static_cast<unsigned short>(port), 1);
+    });
+    const std::vector<std::string> seen = waitForListeners(
+        1, [] { return false; }, kReplyBound);
+    late.join();
+    EXPECT_EQ(seen, std::vector<std::string>{"127.0.0.1:" + std::to_string(port)});
 }
 
 // Name, filtered, threshold range and whether it is reported, the results of setting the
