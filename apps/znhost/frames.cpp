@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <cmath>
 
-#include "fileops/fileops.h"
-
 namespace znhost {
 
 namespace {
 
 constexpr double kSpotPeak = 200.0;
 constexpr unsigned kNoiseLevels = 10;
+// Up to three digits and a separator.
+constexpr size_t kTypicalValueChars = 4;
 
 // A small integer hash; good enough to make noise that differs from pixel to pixel.
 unsigned mix(unsigned value) {
@@ -46,16 +46,15 @@ std::vector<unsigned short> simulateFrame(int width, int height, int frameIndex)
     return frame;
 }
 
-int writeFrames(const std::string& path, int width, int height, int frameCount) {
-    unsigned long values = static_cast<unsigned long>(width) * static_cast<unsigned long>(height);
-    if (frameCount == 0) return writeAsciiMatrix(path.c_str(), TYPE_USHORT, nullptr, 0, 1, false);
-    for (int i = 0; i < frameCount; ++i) {
-        std::vector<unsigned short> frame = simulateFrame(width, height, i);
-        int result = writeAsciiMatrix(path.c_str(), TYPE_USHORT, frame.data(), values,
-                                      static_cast<unsigned long>(width), i > 0);
-        if (result != fileops::kOk) return result;
+std::string frameText(int width, int height, int frameIndex) {
+    std::vector<unsigned short> frame = simulateFrame(width, height, frameIndex);
+    std::string text;
+    text.reserve(frame.size() * kTypicalValueChars);
+    for (size_t i = 0; i < frame.size(); ++i) {
+        text.append(std::to_string(frame[i]));
+        text.push_back((i + 1) % static_cast<size_t>(width) == 0 ? '\n' : ' ');
     }
-    return fileops::kOk;
+    return text;
 }
 
 }  // namespace znhost

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cmath>
 
+#include "apps/znhost/datafile.h"
 #include "apps/znhost/datapath.h"
 #include "apps/znhost/frames.h"
 #include "apps/znhost/lineout.h"
-#include "fileops/fileops.h"
 
 namespace znhost {
 
@@ -56,14 +56,14 @@ int SimDevice::runAcquisition(int count, double time, int flag, const char* file
                                      std::to_string(kMaxValuesPerFile) + " values");
         return -1;
     }
+    DataFile data;
+    if (!file.empty() && !openDataFile(data, file)) return -1;
     if (!beginAcquisition()) return -1;
     Outcome outcome = waitForAcquisition(count, time);
-    int saved = 0;
-    if (!file.empty() && (!outcome.aborted || outcome.completedFrames > 0))
-        saved = saveFrames(file, outcome.completedFrames);
+    bool saved = file.empty() || saveFrames(data, file, outcome);
     endAcquisition();
     if (outcome.aborted) return mConfig.abortResult;
-    return saved == 0 ? mConfig.acqResult : -1;
+    return saved ? mConfig.acqResult : -1;
 }
 
 int SimDevice::abortAcquisition() {
@@ -105,6 +105,7 @@ bool SimDevice::shutDown(std::chrono::milliseconds bound) {
     std::unique_lock<std::mutex> lock(mMutex);
     if (mRunning) {
         mAbortRequested = true;
+        mShuttingDown = true;
         mChanged.notify_all();
     }
     return mChanged.wait_for(lock, bound, [this] { return !mRunning; });
@@ -133,16 +134,35 @@ void SimDevice::endAcquisition() {
     std::lock_guard<std::mutex> lock(mMutex);
     mRunning = false;
     mAbortRequested = false;
+    mShuttingDown = false;
     mChanged.notify_all();
 }
 
-int SimDevice::saveFrames(const std::string& file, int frames) {
-    std::string path = dataFilePath(mDataDir, file);
-    int result = writeFrames(path, mConfig.frameWidth, mConfig.frameHeight, frames);
-    if (result != fileops::kOk)
-        writeLogLine(kLogSource, mConfig.name + ": could not write \"" + path + "\" (result " +
-                                     std::to_string(result) + ")");
-    return result;
+bool SimDevice::openDataFile(DataFile& data, const std::string& file) {
+    std::string error;
+    if (data.open(mDataDir, file, error)) return true;
+    writeLogLine(kLogSource, mConfig.name + ": could not write \"" + file + "\": " + error);
+    return false;
+}
+
+bool SimDevice::shuttingDown() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return mShuttingDown;
+}
+
+// The host's shutdown is looked at between frames, so that a file cut short by it still holds
+// whole frames; an aborted acquisition without a whole frame leaves no file at all.
+bool SimDevice::saveFrames(DataFile& data, const std::string& file, Outcome& outcome) {
+    std::string error;
+    int written = 0;
+    while (error.empty() && written < outcome.completedFrames && !shuttingDown())
+        if (data.append(frameText(mConfig.frameWidth, mConfig.frameHeight, written), error))
+            ++written;
+    outcome.aborted = outcome.aborted || (error.empty() && written < outcome.completedFrames);
+    if (outcome.aborted && written == 0) return true;
+    if (error.empty() && data.commit(error)) return true;
+    writeLogLine(kLogSource, mConfig.name + ": could not write \"" + file + "\": " + error);
+    return false;
 }
 
 }  // namespace znhost

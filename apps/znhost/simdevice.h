@@ -6,12 +6,15 @@
 // Results: runAcquisition returns AcqResult, or AbortResult when aborted; -1 at once, writing
 // nothing, for a negative count, a negative or non-finite time, an absolute file name or one
 // with a ".." component, a file of more than 50,000,000 values (count x FrameWidth x FrameHeight),
-// or when an acquisition already runs on this device; -1 too when the file cannot be written.
+// or when an acquisition already runs on this device; -1 at once too when the file cannot be
+// opened beneath the data folder or names anything but a regular file (see datafile.h), and -1
+// after the acquisition when a write fails (the file is then left as it was).
 // abortAcquisition returns 0 when it ended a running acquisition, else -1. setThreshold returns
 // SetThresholdResult and keeps the value only when that is 0; thresholdRange returns 0 and writes
 // the range only when ReportRange is true. Choices: an aborted acquisition writes the frames
-// completed before the abort (no file when none was); count 0 with a file name leaves an empty
-// file; the wait is capped at 10^7 seconds.
+// completed before the abort (no file when none was); shutDown() during the writing keeps the
+// frames written so far and returns AbortResult; count 0 with a file name leaves an empty file;
+// the wait is capped at 10^7 seconds.
 #pragma once
 
 #include <chrono>
@@ -20,6 +23,7 @@
 #include <string>
 
 #include "apps/znhost/config.h"
+#include "apps/znhost/datafile.h"
 #include "apps/znhost/trace.h"
 #include "host/interfaces.h"
 
@@ -55,7 +59,9 @@ private:
     bool beginAcquisition();
     Outcome waitForAcquisition(int count, double time);
     void endAcquisition();
-    int saveFrames(const std::string& file, int frames);
+    bool openDataFile(DataFile& data, const std::string& file);
+    bool shuttingDown() const;
+    bool saveFrames(DataFile& data, const std::string& file, Outcome& outcome);
 
     const DeviceConfig mConfig;
     const std::string mDataDir;
@@ -65,6 +71,7 @@ private:
     std::condition_variable mChanged;
     bool mRunning = false;
     bool mAbortRequested = false;
+    bool mShuttingDown = false;
     double mThreshold = 0.0;
 };
 

@@ -2,6 +2,8 @@
 // paths, the simulated devices, devcontrol and host core, and the plug-in module loaded into that
 // host and unloaded again.
 #include <dlfcn.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <gtest/gtest.h>
 
@@ -166,6 +168,9 @@ DeviceConfig smallDevice(int acqResult = 0) {
     return {"det", true, 0, 100, true, 0, acqResult, -4, 3, 2};
 }
 
+// What stands in the data folder before the acquisition.
+enum class Folder { Plain, FullDisk, LinkOut, Fifo };
+
 // One acquisition on a device of 3 x 2 frames; `rows` is the file's line count, -1 for no file.
 struct AcquisitionRow {
     const char* name;
@@ -173,6 +178,7 @@ struct AcquisitionRow {
     double time;
     const char* file;
     int result, rows;
+    Folder folder = Folder::Plain;
 };
 
 const AcquisitionRow kAcquisitionRows[] = {
@@ -185,24 +191,37 @@ const AcquisitionRow kAcquisitionRows[] = {
     {"name_leaving_the_folder", 0, 1, 0, "../run.txt", -1, -1},
     {"file_too_large", 0, 2000000000, 0, "run.txt", -1, -1},
     {"missing_subfolder", 0, 1, 0, "no/run.txt", -1, -1},
+    {"disk_full", 0, 1000, 0, "run.txt", -1, -1, Folder::FullDisk},
+    {"link_out_of_the_folder", 0, 1, 0, "out/run.txt", -1, -1, Folder::LinkOut},
+    {"fifo_refused_at_once", 0, 1, 600, "fifo", -1, -1, Folder::Fifo},
 };
 
 class AcquisitionTest : public ::testing::TestWithParam<AcquisitionRow> {};
 
 // Each row runs twice, so that a second acquisition must replace the file rather than extend it.
+// Nothing but the expected file may remain in the folder: no partial or temporary file.
 TEST_P(AcquisitionTest, ResultAndFile) {
     const AcquisitionRow& row = GetParam();
     TempDir temp;
-    ASSERT_TRUE(std::filesystem::create_directory(temp.file("data")));
-    SimDevice device(smallDevice(row.acqResult), temp.file("data"), kQuiet);
+    const std::string data = temp.file("data");
+    ASSERT_TRUE(std::filesystem::create_directory(data));
+    if (row.folder == Folder::FullDisk && mount("tmpfs", data.c_str(), "tmpfs", 0, "size=4k") != 0)
+        GTEST_SKIP() << "cannot mount a small tmpfs here (" << strerror(errno) << ")";
+    if (row.folder == Folder::LinkOut)
+        std::filesystem::create_directory_symlink("..", data + "/out");
+    if (row.folder == Folder::Fifo) {
+        ASSERT_EQ(mkfifo((data + "/fifo").c_str(), 0600), 0);
+    }
+    SimDevice device(smallDevice(row.acqResult), data, kQuiet);
     for (int run = 0; run < 2; ++run)
         EXPECT_EQ(device.runAcquisition(row.count, row.time, 1, row.file), row.result);
-    const std::string written = temp.file("data/run.txt");
-    const std::vector<std::string> lines = splitLines(readFile(written));
-    EXPECT_EQ(fileExists(written) ? static_cast<int>(lines.size()) : -1, row.rows);
+    const std::vector<std::string> lines = splitLines(readFile(data + "/run.txt"));
+    EXPECT_EQ(fileExists(data + "/run.txt") ? static_cast<int>(lines.size()) : -1, row.rows);
+    EXPECT_EQ(entryCount(data), (row.rows >= 0) + (row.folder > Folder::FullDisk));  // link, FIFO
     EXPECT_FALSE(fileExists(temp.file("run.txt")));
     for (const std::string& line : lines)
         EXPECT_EQ(std::count(line.begin(), line.end(), ' '), 2) << line;
+    if (row.folder == Folder::FullDisk) umount2(data.c_str(), MNT_DETACH);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, AcquisitionTest, ::testing::ValuesIn(kAcquisitionRows), RowName());
@@ -218,7 +237,7 @@ std::future<int> startAcquisition(SimDevice& device, int count, double time, con
     return result;
 }
 
-TEST(SimDevice, AbortKeepsWholeFramesAndShutDownEndsTheAcquisition) {
+TEST(SimDevice, AbortAndShutDownKeepWholeFramesOnly) {
     TempDir temp;
     SimDevice device(smallDevice(), temp.path(), kQuiet);
     EXPECT_EQ(device.abortAcquisition(), -1) << "nothing runs";
@@ -235,6 +254,14 @@ TEST(SimDevice, AbortKeepsWholeFramesAndShutDownEndsTheAcquisition) {
     ASSERT_TRUE(device.shutDown(kReplyBound));
     EXPECT_EQ(result.get(), -4);
     EXPECT_FALSE(fileExists(temp.file("none.txt"))) << "no frame was complete";
+    DeviceConfig big = smallDevice();  // 50 frames of 1000 x 1000: seconds of writing
+    big.frameWidth = big.frameHeight = 1000;
+    SimDevice large(big, temp.path(), kQuiet);
+    result = startAcquisition(large, 50, 0, "big.txt");
+    ASSERT_TRUE(large.shutDown(kExitBound));
+    EXPECT_EQ(result.get(), -4);
+    const size_t bigRows = splitLines(readFile(temp.file("big.txt"))).size();
+    EXPECT_TRUE(bigRows % 1000 == 0 && bigRows < 50000) << bigRows << " rows";
 }
 
 // Thresholds and ranges follow the config; with tracing on, every call is one line, its arguments
