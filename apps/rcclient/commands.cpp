@@ -3,7 +3,23 @@
 #include "protocol/command_language.h"
 #include "settings/str.h"
 
+#include <algorithm>
+#include <cctype>
+
 namespace rcclient {
+
+namespace {
+
+std::string lowerTrimmed(std::string_view line) {
+    std::string text(line);
+    text.erase(0, std::min(text.find_first_not_of(" \t\r\n"), text.size()));
+    text.erase(text.find_last_not_of(" \t\r\n") + 1);
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+}  // namespace
 
 bool startDuration(const std::string& command, double& seconds) {
     const protocol::ParsedLine parsed = protocol::classifyLine(command);
@@ -13,6 +29,25 @@ bool startDuration(const std::string& command, double& seconds) {
     if (count < 0 || time < 0) return false;
     seconds = count * time;
     return true;
+}
+
+bool isLeaveWord(std::string_view line) {
+    const std::string word = lowerTrimmed(line);
+    return word == "quit" || word == "quit()" || word == "exit" || word == "exit()";
+}
+
+bool isHelpWord(std::string_view line) {
+    return lowerTrimmed(line) == "help";
+}
+
+const char* commandTable() {
+    return "START(device,count,time,file,threshold)  OK or ERROR: ACQUISITION FAILED at its end\n"
+           "STOP()                                   aborts the running acquisition\n"
+           "GUI_START(device)                        nothing on success\n"
+           "GUI_SETFILE(device,file)                 nothing on success\n"
+           "GUI_ISRUNNING(device)                    YES or NO\n"
+           "GUI_STOP(device)                         nothing on success\n"
+           "QUIT()                                   ends the session (also quit, exit)\n";
 }
 
 }  // namespace rcclient

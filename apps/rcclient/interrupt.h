@@ -1,6 +1,7 @@
-// Ctrl-C while START waits: the first SIGINT asks for STOP() to be sent so that the acquisition
-// ends and its reply still arrives; the second one ends the client by the default action.
-// Outside the scope of a StopOnInterrupt object SIGINT keeps its previous disposition.
+// Ctrl-C: rcclient exits with status 130 (128 + SIGINT, as a shell reports a command it ended),
+// except while a START waits for its final line. There the first SIGINT asks for STOP() to be
+// sent so that the acquisition ends and its final line still arrives, after which the client
+// leaves with 130; a second one exits at once.
 // The handler is installed without SA_RESTART so that it also cuts a pending wait short.
 #pragma once
 
@@ -8,6 +9,12 @@
 
 namespace rcclient {
 
+constexpr int kInterruptedExit = 128 + SIGINT;
+
+// Installs the handler for the rest of the process.
+void exitOnInterrupt();
+
+// The scope of a START's wait.
 class StopOnInterrupt {
 public:
     StopOnInterrupt();
@@ -17,9 +24,10 @@ public:
 
     // True the first time it is called after a SIGINT; false before one and ever after.
     bool takeStopRequest();
+    // True once a SIGINT has come during this scope.
+    bool interrupted() const;
 
 private:
-    struct sigaction mPrevious;
     bool mTaken = false;
 };
 

@@ -1,22 +1,23 @@
 // rcclient: sends remote-control commands to the plug-in's server and prints the replies.
 //
 // Exit status: 0 when no reply began with "ERROR: ", 1 when one did or the connection broke
-// during the session, 2 when the server could not be reached or the command line is wrong.
+// during the session, 2 when the server could not be reached or the command line is wrong (a
+// usage error is one line pointing to --help), 130 after Ctrl-C (see interrupt.h).
 // An empty command (or input line) is skipped rather than sent: the server would take it as the
 // end of the session. --version prints "rcclient VERSION", the project's version. Without commands,
 // a prompt is shown on standard error when standard input is a terminal; the end of input sends
-// QUIT().
+// QUIT(), and so do the leave words (see commands.h); "help" prints the command table.
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <iostream>
 #include <string>
 
+#include "apps/rcclient/commands.h"
+#include "apps/rcclient/connect.h"
+#include "apps/rcclient/interrupt.h"
 #include "apps/rcclient/options.h"
 #include "apps/rcclient/session.h"
-#include "net/sockets.h"
 
 using namespace rcclient;
 
@@ -25,28 +26,31 @@ namespace {
 constexpr int kErrorExit = 1;
 constexpr int kNoServerExit = 2;
 
-bool runCommands(Session& session, const std::vector<std::string>& commands) {
+// The step that ended the commands; Next when they ran out, after which QUIT() has been sent.
+Step runCommands(Session& session, const std::vector<std::string>& commands) {
     for (const std::string& command : commands) {
         Step step = session.run(command);
-        if (step == Step::Quit) return true;
-        if (step == Step::Broken) return false;
+        if (step != Step::Next) return step;
     }
     session.quit();
-    return true;
+    return Step::Next;
 }
 
-bool runInteractive(Session& session) {
+Step runInteractive(Session& session) {
     bool prompt = isatty(STDIN_FILENO) != 0;
     std::string line;
     for (;;) {
         if (prompt) std::fputs("rcclient> ", stderr);
-        if (!std::getline(std::cin, line)) break;
+        if (!std::getline(std::cin, line) || isLeaveWord(line)) break;
+        if (isHelpWord(line)) {
+            std::fputs(commandTable(), stdout);
+            continue;
+        }
         Step step = session.run(line);
-        if (step == Step::Quit) return true;
-        if (step == Step::Broken) return false;
+        if (step != Step::Next) return step;
     }
     session.quit();
-    return true;
+    return Step::Next;
 }
 
 }  // namespace
@@ -55,28 +59,26 @@ int main(int argc, char** argv) {
     ClientOptions options;
     std::string error;
     if (!parseClientOptions(argc, argv, options, error)) {
-        std::fprintf(stderr, "rcclient: %s\n\n%s", error.c_str(), clientUsageText());
+        std::fprintf(stderr, "rcclient: %s (see rcclient --help)\n", error.c_str());
         return kNoServerExit;
     }
     if (options.help || options.version) {
         std::fputs(options.help ? clientUsageText() : "rcclient " REMOTECTRL_VERSION "\n", stdout);
         return 0;
     }
-    std::string peer = options.host + ":" + std::to_string(options.port);
+    exitOnInterrupt();
     TCPSocket socket;
-    int connected = socket.connect(options.host, options.port, options.timeout);
-    if (connected != 0) {
-        if (connected == net::kTimedOut)
-            std::fprintf(stderr, "rcclient: cannot connect to %s: no answer within %g s\n",
-                         peer.c_str(), options.timeout);
-        else
-            std::fprintf(stderr, "rcclient: cannot connect to %s: %s\n", peer.c_str(),
-                         std::strerror(errno));
+    if (!connectToServer(socket, options.host, options.port, options.timeout, error)) {
+        std::fprintf(stderr, "rcclient: %s\n", error.c_str());
         return kNoServerExit;
     }
-    Session session(socket, peer,
+    Session session(socket, options.host + ":" + std::to_string(options.port),
                     {options.timeout, options.timeoutGiven, isatty(STDERR_FILENO) != 0});
-    bool intact =
+    Step end =
         options.commands.empty() ? runInteractive(session) : runCommands(session, options.commands);
-    return intact && !session.sawErrorReply() ? 0 : kErrorExit;
+    if (end == Step::Interrupted) {
+        session.quit();
+        return kInterruptedExit;
+    }
+    return end != Step::Broken && !session.sawErrorReply() ? 0 : kErrorExit;
 }

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "protocol/command_language.h"
+
 namespace rcclient {
 
 namespace {
@@ -42,10 +44,17 @@ bool applyOption(const std::string& name, const std::string& value, ClientOption
     return error.empty();
 }
 
+// The server ends the session at QUIT(), so a command after it would silently never be sent.
 bool addCommand(const std::string& command, ClientOptions& options, std::string& error) {
     if (command.find_first_of("\r\n") != std::string::npos) {
         error = "a command must not hold a line break";
         return false;
+    }
+    for (const std::string& earlier : options.commands) {
+        if (!earlier.empty() && protocol::endsSession(protocol::trimLineEnd(earlier))) {
+            error = "commands after " + earlier + " would never be sent: " + command;
+            return false;
+        }
     }
     options.commands.push_back(command);
     return true;
@@ -66,8 +75,8 @@ bool parseClientOptions(int argc, const char* const* argv, ClientOptions& option
             optionsEnded = true;
             continue;
         }
-        if (argument == "--help" || argument == "--version") {
-            (argument == "--help" ? options.help : options.version) = true;
+        if (argument == "--help" || argument == "-h" || argument == "--version") {
+            (argument == "--version" ? options.version : options.help) = true;
             continue;
         }
         size_t equals = argument.find('=');
@@ -91,11 +100,14 @@ bool parseClientOptions(int argc, const char* const* argv, ClientOptions& option
 }
 
 const char* clientUsageText() {
-    return "Usage: rcclient [--host H] [--port P] [--timeout S] [--version] [COMMAND ...]\n"
+    return "Usage: rcclient [--host H] [--port P] [--timeout S] [--version] [-h|--help] [COMMAND "
+           "...]\n"
            "\n"
            "Sends remote-control commands such as 'START(0,10,0.1,run.txt,10)' one at a time and\n"
            "prints every reply line. Without commands, reads one command per line from standard\n"
-           "input until QUIT() or the end of input.\n"
+           "input until QUIT() or the end of input; there, quit, exit (with or without \"()\", in\n"
+           "any case) also leave, and help prints the commands. Commands after QUIT() on the\n"
+           "command line are refused (exit status 2).\n"
            "\n"
            "  --host H     server host name or address (default: 127.0.0.1)\n"
            "  --port P     server port (default: 59876)\n"
@@ -103,7 +115,7 @@ const char* clientUsageText() {
            "               (default: 5); when given, an accepted START also waits at most\n"
            "               count x time plus S for its final line\n"
            "  --version    print the version\n"
-           "  --help       show this text\n"
+           "  -h, --help   show this text\n"
            "\n"
            "Each command goes out followed by the line GUI_SETFILE(), whose answer \"ERROR:\n"
            "INVALID NUMBER OF PARAMETERS (MUST BE 2)\" marks the end of the command's replies\n"
@@ -119,7 +131,8 @@ const char* clientUsageText() {
            "\n"
            "Exit status: 0 when no reply began with \"ERROR: \", 1 when one did or the\n"
            "connection failed during the session, 2 when the server could not be reached or\n"
-           "the command line is wrong.\n";
+           "the command line is wrong, 130 after Ctrl-C (which sends STOP() first when a START\n"
+           "runs, and waits for its final line).\n";
 }
 
 }  // namespace rcclient

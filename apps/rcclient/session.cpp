@@ -59,7 +59,7 @@ Step Session::runStart(const std::string& command) {
         step = readUntil([&] { return mFinalArrived; }, deadline, command, &watch);
     }
     if (mSettings.showProgress) clearProgress();
-    return step;
+    return step == Step::Next && interrupt.interrupted() ? Step::Interrupted : step;
 }
 
 // Waits go in short slices, for the progress display and so that a Ctrl-C (which cuts a wait
@@ -75,6 +75,7 @@ Step Session::readUntil(Done done, double deadline, const std::string& command, 
         LineReader::Result result = mReader.next(line, std::min(deadline - now, kPollSeconds));
         if (result == LineReader::Result::None) continue;
         if (result != LineReader::Result::Line) return report(result, command);
+        mAnyLine = true;
         routed.clear();
         mPairing.take(line, routed);
         for (const protocol::Routed& entry : routed)
@@ -129,7 +130,12 @@ bool Session::send(const std::string& text) {
 
 Step Session::report(LineReader::Result result, const std::string& command) {
     if (mSettings.showProgress) clearProgress();
-    if (result == LineReader::Result::None)
+    if (result == LineReader::Result::None && !mAnyLine)
+        std::fprintf(stderr,
+                     "rcclient: no reply: the server serves one client at a time and may be busy "
+                     "with another (%s, waiting for the reply to %s)\n",
+                     mPeer.c_str(), command.c_str());
+    else if (result == LineReader::Result::None)
         std::fprintf(stderr, "rcclient: no reply to %s from %s within the time-out\n",
                      command.c_str(), mPeer.c_str());
     else if (result == LineReader::Result::Closed)

@@ -22,7 +22,8 @@
 namespace rcclient {
 
 // What the caller does after a command.
-enum class Step { Next, Quit, Broken };
+// Interrupted: Ctrl-C came during a START, whose final line has arrived since.
+enum class Step { Next, Quit, Broken, Interrupted };
 
 struct SessionSettings {
     double timeout;
@@ -68,6 +69,7 @@ private:
     const SessionSettings mSettings;
     bool mSawError = false;
     bool mFinalArrived = false;
+    bool mAnyLine = false;  // a client queued behind another session gets no line at all
 };
 
 }  // namespace rcclient

@@ -112,7 +112,7 @@ int main(int argc, char** argv) {
     Options options;
     std::string error;
     if (!parseOptions(argc, argv, options, error)) {
-        std::fprintf(stderr, "znhost: %s\n\n%s", error.c_str(), usageText());
+        std::fprintf(stderr, "znhost: %s (see znhost --help)\n", error.c_str());
         return kFailureExit;
     }
     if (options.help || options.version) {

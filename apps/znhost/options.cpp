@@ -30,6 +30,7 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
         bool hasValue = false;
         splitArgument(argv[i], name, value, hasValue);
         bool takesValue = name == "--plugin" || valueTarget(name, options) != nullptr;
+        if (name == "-h") name = "--help";
         bool isFlag = name == "--trace" || name == "--help" || name == "--version";
         if (!takesValue && !isFlag) {
             error = std::strncmp(argv[i], "-", 1) == 0 ? "unknown option " + name
@@ -68,7 +69,7 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
 
 const char* usageText() {
     return "Usage: znhost [--config FILE] [--settings-dir DIR] [--data-dir DIR] [--trace]\n"
-           "              [--plugin PATH]... [--version] [--help]\n"
+           "              [--plugin PATH]... [--version] [-h|--help]\n"
            "\n"
            "A stand-in device-control host: loads plug-in modules, simulates devices and runs\n"
            "until SIGINT or SIGTERM.\n"
@@ -82,7 +83,7 @@ const char* usageText() {
            "                      (default: ../lib/remotectrl/plugins/remotectrl.so beside\n"
            "                      this program if it exists, else ../lib/remotectrl.so)\n"
            "  --version           print the version\n"
-           "  --help              show this text\n"
+           "  -h, --help          show this text\n"
            "\n"
            "Prints \"loaded NAME: DESCRIPTION\" for each plug-in and \"ready\" once started, and\n"
            "\"closed\" after a stop signal has closed every plug-in. Host log lines and trace "

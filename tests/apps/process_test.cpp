@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "apps/rcclient/commands.h"
 #include "tests/support/files.h"
 #include "tests/support/process.h"
 #include "tests/support/raw_client.h"
@@ -87,7 +88,7 @@ struct RefusalRow {
 
 const RefusalRow kRefusals[] = {
     {"help", {"--help"}, 0, "Usage: znhost [--config FILE]"},
-    {"unknown_option", {"--verbose"}, 2, "znhost: unknown option --verbose\n\nUsage: znhost"},
+    {"unknown_option", {"--verbose"}, 2, "znhost: unknown option --verbose (see znhost --help)\n"},
     {"config_error", {"--config", "@/bad.ini"}, 2, "/bad.ini: [Device0] FrameWidth: \"wide\""},
     {"no_settings_folder", {"--settings-dir", "@/none"}, 2, "/none is not a folder"},
     {"no_data_folder", {"--data-dir", "@/none"}, 2, "znhost: data folder /"},
@@ -244,6 +245,7 @@ struct ClientRow {
     int exitCode;
     const char* input = "";
     const char* errorPart = "";  // standard error must hold it
+    bool busy = false;           // another client holds the session
 };
 
 const std::string kNoIndex = "ERROR: INVALID DEVICE INDEX\n";
@@ -256,17 +258,32 @@ const ClientRow kClientRows[] = {
     {"start_waits_for_its_final_line", {"START(0,10,0.01,run.txt,10)", ""}, "OK\n", 0},
     {"given_time_out", {"--timeout", "2", "START(0,10,0.3,run.txt,10)"}, "OK\n", 0},
     {"refused_start", {"START(0,100000,100,x,1000)"}, "ERROR: INVALID THL\n", 1},
-    {"quit_ends_the_commands", {"GUI_ISRUNNING(0)", "QUIT()", "GUI_ISRUNNING(9)"}, "NO\n", 0},
-    {"input_until_quit", {}, "YES\n", 0, "GUI_START(1)\n\nGUI_ISRUNNING(1)\r\nQUIT()\nFOO()\n"},
+    {"input_until_leave_word",
+     {},
+     rcclient::commandTable() + std::string("YES\n"),
+     0,
+     "GUI_START(1)\n\n help\nGUI_ISRUNNING(1)\r\n Exit \nFOO()\n"},
     {"input_until_its_end", {}, kNoIndex + "NO\n", 1, "GUI_ISRUNNING(5)\nGUI_ISRUNNING(0)"},
     {"no_server", {"--port", "1", "GUI_ISRUNNING(0)"}, "", 2, "", "1: Connection refused"},
-    {"usage_error", {"--port", "0"}, "", 2},
+    {"usage_error", {"--port", "0"}, "", 2, "", "1 to 65535 (see rcclient --help)\n"},
+    {"busy_server",
+     {"--timeout", "0.5", "GUI_ISRUNNING(0)"},
+     "",
+     1,
+     "",
+     "no reply: the server",
+     true},
 };
 
 class RcclientTest : public ProcessTest, public ::testing::WithParamInterface<ClientRow> {};
 
 TEST_P(RcclientTest, PrintsRepliesInOrderAndExitsAccordingly) {
     ASSERT_NO_FATAL_FAILURE(startServing());
+    RawClient holder;
+    if (GetParam().busy) {  // it holds the session, so the server never reads rcclient's line
+        ASSERT_TRUE(holder.connect(mPort, kReplyBound) &&
+                    holder.request("GUI_ISRUNNING(0)") == "NO");
+    }
     ChildProcess client;
     ASSERT_NO_FATAL_FAILURE(start(client, "rcclient", GetParam().args, GetParam().input));
     Ended ended = finish(client, "rcclient");
@@ -288,7 +305,7 @@ TEST_F(ProcessTest, RcclientInterruptedDuringStartSendsStopAndWaitsForTheFinalLi
     client.sendSignal(SIGINT);
     Ended ended = finish(client, "rcclient");
     EXPECT_EQ(ended.out, "ERROR: ACQUISITION FAILED\n");
-    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_EQ(ended.exitCode, 130);
     EXPECT_NE(ended.err.find("interrupted, sending STOP()"), std::string::npos) << ended.err;
 }
 

@@ -16,6 +16,7 @@
 #include <sstream>
 #include <thread>
 
+#include "apps/rcclient/connect.h"
 #include "apps/rcclient/options.h"
 #include "apps/znhost/datapath.h"
 #include "apps/znhost/listeners.h"
@@ -119,7 +120,10 @@ std::string parsed(const OptionRow& row) {
 const OptionRow kOptionRows[] = {
     {"host_defaults", false, {}, "|.|.|000"},
     {"host_values", false, {"--config", "h", "--settings-dir=s", "--data-dir", "d"}, "h|s|d|000"},
-    {"host_flags", false, {"--trace", "--plugin", "a", "--plugin=b", "--version"}, "|.|.|101 a b"},
+    {"host_flags",
+     false,
+     {"--trace", "--plugin", "a", "--plugin=b", "--version", "-h"},
+     "|.|.|111 a b"},
     {"host_unknown_option", false, {"--port", "1"}, "error: unknown option --port"},
     {"host_missing_value", false, {"--plugin"}, "error: option --plugin needs a value"},
     {"host_empty_value", false, {"--data-dir="}, "error: option --data-dir needs a non-empty"},
@@ -127,6 +131,8 @@ const OptionRow kOptionRows[] = {
     {"client_defaults", true, {"GUI_START(0)"}, "127.0.0.1:59876 5000 GUI_START(0)"},
     {"client_values", true, {"--host", "h", "--port=65535", "--timeout", "0.5"}, "h:65535 0.5100"},
     {"client_flags", true, {"--help", "--version", "--", "--x", "-"}, "127.0.0.1:59876 5011 --x -"},
+    {"client_short_help", true, {"-h"}, "127.0.0.1:59876 5010"},
+    {"client_after_quit", true, {"QUIT()", "", "A()"}, "error: commands after QUIT() would never"},
     {"client_unknown_option", true, {"--verbose"}, "error: unknown option --verbose"},
     {"client_port_zero", true, {"--port", "0"}, "error: --port needs a number from 1 to 65535"},
     {"client_timeout_zero", true, {"--timeout", "0"}, "error: --timeout needs a positive number"},
@@ -141,6 +147,14 @@ TEST_P(OptionTest, ParsesOrNamesTheFault) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, OptionTest, ::testing::ValuesIn(kOptionRows), RowName());
+
+TEST(RcclientConnect, NamesAHostThatDoesNotResolve) {
+    TCPSocket socket;
+    std::string error;
+    auto lookUp = [](const std::string&, std::string&) { return false; };
+    EXPECT_FALSE(rcclient::connectToServer(socket, "nowhere", 1, 1, error, lookUp));
+    EXPECT_EQ(error, "cannot resolve nowhere");
+}
 
 TEST(DataPath, OnlyRelativeNamesWithoutDotDotComponentsAreSafe) {
     for (const char* file : {"run.txt", "./a..b//...//..c"})
