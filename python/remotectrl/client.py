@@ -17,18 +17,42 @@ Settled points:
 - Not thread-safe: use one Client per thread.
 """
 
+from __future__ import annotations
+
+import os
 import socket
 import time as _time
+from types import TracebackType
+from typing import List, Optional, Type, Union
 
 from . import _arguments, _pairing, _syntax
 from .errors import AcquisitionFailed, RemoteError
 
 DEFAULT_PORT = 59876
 _RECV_SIZE = 4096
+_PORT_RANGE = range(1, 65536)
+
+#: A file name as the server receives it: text, or a path object (sent as its text).
+FileName = Union[str, "os.PathLike[str]"]
 
 
 class Client:
-    def __init__(self, host="127.0.0.1", port=DEFAULT_PORT, timeout=5.0):
+    """A session with the remotectrl command server; each method sends one command.
+
+    ``Client(host, port, timeout)`` connects at once and raises ConnectionError naming host:port
+    when it cannot, ValueError for a port outside 1..65535. ``timeout`` (seconds, None: no limit)
+    bounds every wait for a reply except an acquisition's final line; when it passes, TimeoutError
+    is raised and the connection stays usable. Use it as a context manager, or call close().
+
+    Methods that the server answers with an "ERROR: " line raise RemoteError (its ``reply``
+    holds the line); an accepted START that fails raises AcquisitionFailed. Arguments the command
+    language could not carry unchanged raise ValueError before anything is sent. One Client per
+    thread.
+    """
+
+    def __init__(self, host: str = "127.0.0.1", port: int = DEFAULT_PORT, timeout: Optional[float] = 5.0) -> None:
+        if isinstance(port, bool) or not isinstance(port, int) or port not in _PORT_RANGE:
+            raise ValueError("port must be a whole number from 1 to 65535, not %r" % (port,))
         self.host = host
         self.port = port
         self.timeout = timeout
@@ -39,13 +63,20 @@ class Client:
         except OSError as error:
             raise ConnectionError("cannot connect to %s: %s" % (self._peer(), error)) from error
 
-    def __enter__(self):
+    def __enter__(self) -> Client:
+        """Returns the client itself; leaving the block calls close()."""
         return self
 
-    def __exit__(self, *exc_info):
+    def __exit__(
+        self,
+        exc_type: Optional[Type[BaseException]],
+        exc: Optional[BaseException],
+        traceback: Optional[TracebackType],
+    ) -> None:
+        """Closes the session (see close())."""
         self.close()
 
-    def close(self):
+    def close(self) -> None:
         """Ends the session with QUIT() and closes the connection; harmless when closed."""
         if self._socket is None:
             return
@@ -58,9 +89,12 @@ class Client:
 
     # -- acquisition -----------------------------------------------------------------------------
 
-    def start(self, device, count, time, file="", threshold=0.0, wait=True):
+    def start(
+        self, device: int, count: int, time: float, file: FileName = "", threshold: float = 0.0, wait: bool = True
+    ) -> None:
         """Runs ``count`` frames of ``time`` seconds on ``device`` (filtered list) into ``file``.
 
+        ``file`` is relative to the server's data folder ("" writes no file).
         Raises RemoteError when the server refuses. With ``wait`` the call returns when the
         acquisition has ended with "OK" and raises AcquisitionFailed when it failed; without, it
         returns once the START is accepted, and wait_acquisition() collects the end.
@@ -71,7 +105,7 @@ class Client:
                 ("device", _arguments.whole_number("device", device), False),
                 ("count", _arguments.whole_number("count", count), False),
                 ("time", _arguments.real_number("time", time), False),
-                ("file", file, True),
+                ("file", _file_text(file), True),
                 ("threshold", _arguments.real_number("threshold", threshold), False),
             ],
         )
@@ -79,7 +113,7 @@ class Client:
         if wait:
             self.wait_acquisition()
 
-    def wait_acquisition(self, timeout=None):
+    def wait_acquisition(self, timeout: Optional[float] = None) -> None:
         """Waits (at most ``timeout`` seconds; None: no limit) for the pending acquisition's end.
 
         Returns on "OK", raises AcquisitionFailed on "ERROR: ACQUISITION FAILED", TimeoutError
@@ -91,12 +125,12 @@ class Client:
         # With two acquisitions pending (a START accepted just before the previous acquisition's
         # final line went out) the end of the latest is the one that counts.
         while self._pairing.final is None or self._pairing.acquisition_pending:
-            self._pairing.take(self._read_line(deadline, "the acquisition's final line"))
+            self._pairing.take(self._read_line(deadline, "final line of the acquisition"))
         final, self._pairing.final = self._pairing.final, None
         if final != "OK":
             raise AcquisitionFailed(final)
 
-    def stop(self):
+    def stop(self) -> None:
         """Aborts the running acquisition; its end is still collected by wait_acquisition().
 
         The server hands STOP to the device at once: one that arrives before the device has
@@ -106,20 +140,24 @@ class Client:
 
     # -- devcontrol ------------------------------------------------------------------------------
 
-    def gui_start(self, device):
+    def gui_start(self, device: int) -> None:
+        """Starts ``device`` (full device list) through devcontrol; RemoteError when refused."""
         self._expect_silence(self._exchange(_device_command("GUI_START", device)))
 
-    def gui_stop(self, device):
+    def gui_stop(self, device: int) -> None:
+        """Stops ``device`` (full device list) through devcontrol; RemoteError when refused."""
         self._expect_silence(self._exchange(_device_command("GUI_STOP", device)))
 
-    def gui_set_file(self, device, file):
+    def gui_set_file(self, device: int, file: FileName) -> None:
+        """Sets the file that devcontrol's acquisitions on ``device`` write; RemoteError when refused."""
         line = _arguments.command_line(
             "GUI_SETFILE",
-            [("device", _arguments.whole_number("device", device), False), ("file", file, True)],
+            [("device", _arguments.whole_number("device", device), False), ("file", _file_text(file), True)],
         )
         self._expect_silence(self._exchange(line))
 
-    def gui_is_running(self, device):
+    def gui_is_running(self, device: int) -> bool:
+        """True when devcontrol reports ``device`` (full device list) running; RemoteError when refused."""
         replies = self._exchange(_device_command("GUI_ISRUNNING", device))
         _raise_for_errors(replies)
         if replies == ["YES"]:
@@ -130,7 +168,7 @@ class Client:
 
     # -- any line --------------------------------------------------------------------------------
 
-    def send_raw(self, line):
+    def send_raw(self, line: str) -> List[str]:
         """Sends one line as a user typed it; returns the lines that answered it, in order.
 
         The final line of an acquisition is never among them (see wait_acquisition()).
@@ -157,7 +195,7 @@ class Client:
         self._send(line + "\n" if kind == _syntax.SELF_SYNC else line + "\n" + _syntax.SYNC_COMMAND + "\n")
         deadline = _deadline(self.timeout)
         while not command.done:
-            self._pairing.take(self._read_line(deadline, "the reply to %s" % line))
+            self._pairing.take(self._read_line(deadline, "reply to %s" % line))
         return command.replies
 
     def _expect_silence(self, replies):
@@ -204,6 +242,11 @@ class Client:
         if self._socket is not None:
             self._socket.close()
             self._socket = None
+
+
+def _file_text(file):
+    # Anything else goes on as it is, for _arguments to refuse with a ValueError.
+    return os.fspath(file) if isinstance(file, (str, os.PathLike)) else file
 
 
 def _device_command(name, device):

@@ -7,7 +7,8 @@ class RemoteError(Exception):
     ``reply`` holds the exact line, e.g. "ERROR: INVALID DEVICE INDEX".
     """
 
-    def __init__(self, reply):
+    def __init__(self, reply: str) -> None:
+        """Keeps ``reply``, the server's line, as the message and as ``self.reply``."""
         super().__init__(reply)
         self.reply = reply
 

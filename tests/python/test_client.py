@@ -2,6 +2,7 @@
 at all, and how it writes method arguments into a command line."""
 
 import os
+import pathlib
 import socket
 import unittest
 
@@ -26,7 +27,7 @@ class ClientTest(ZnhostTestCase):
         return calls[-1][len(prefix) : -1].split(", ") if calls else []
 
     def test_start_waits_for_the_end_and_raises_the_refusal_or_failure(self):
-        self.assertIsNone(self.client.start(0, 1, 1e-7, " a,b m\u00e4rz ", 1 / 3))
+        self.assertIsNone(self.client.start(0, 1, 1e-7, pathlib.PurePath(" a,b m\u00e4rz "), 1 / 3))
         self.assertTrue(os.path.exists(os.path.join(self.data_dir, " a,b m\u00e4rz ")))
         self.assertEqual(float(self.traced("sim0.runAcquisition")[1]), 1e-7)
         self.assertEqual(float(self.traced("sim0.setThreshold")[2]), 1 / 3)
@@ -73,7 +74,7 @@ class BareServerTest(unittest.TestCase):
 
     def test_late_replies_go_to_the_command_that_timed_out_and_odd_ones_raise(self):
         self.client.timeout = 0.2
-        self.assertRaises(TimeoutError, self.client.gui_is_running, 0)
+        self.assertRaisesRegex(TimeoutError, "^no reply to GUI_ISRUNNING", self.client.gui_is_running, 0)
         self.client.timeout = REPLY_BOUND
         self.answer("NO", SYNC, "YES", SYNC, "MAYBE", SYNC)
         for call, reply in [(self.client.gui_start, "YES"), (self.client.gui_is_running, "MAYBE")]:
@@ -102,6 +103,7 @@ class BareServerTest(unittest.TestCase):
             self.assertRaisesRegex(ConnectionError, "127.0.0.1:", self.client.gui_start, 0)
         port = free_loopback_port()
         self.assertRaisesRegex(ConnectionError, "127.0.0.1:%d" % port, remotectrl.Client, port=port)
+        self.assertRaises(ValueError, remotectrl.Client, port=65536)
 
 
 class ArgumentTest(unittest.TestCase):
