@@ -3,7 +3,6 @@
 // a real znhost.
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -134,14 +133,11 @@ TEST_F(ProcessTest, ServesWithOutputClosedOrNeverRead) {
     int out[2], err[2];
     ASSERT_TRUE(pipe(out) == 0 && pipe(err) == 0 && fcntl(err[0], F_SETFL, O_NONBLOCK) == 0);
     close(out[0]);
-    const std::vector<std::string> args = {ZNHOST_PATH, "--trace", "--settings-dir", mTemp.path()};
-    std::vector<char*> argv;
-    for (const std::string& arg : args)
-        argv.push_back(const_cast<char*>(arg.c_str()));
-    argv.push_back(nullptr);
+    const char* settings = mTemp.path().c_str();
     ASSERT_TRUE(mHost.fork([&] {
         signal(SIGPIPE, SIG_DFL);
-        return dup2(out[1], 1) + dup2(err[1], 2) + execv(argv[0], argv.data());
+        return dup2(out[1], 1) + dup2(err[1], 2) +
+               execl(ZNHOST_PATH, ZNHOST_PATH, "--trace", "--settings-dir", settings, nullptr);
     }));
     close(out[1]);
     close(err[1]);
@@ -165,76 +161,24 @@ TEST_F(ProcessTest, ServesWithOutputClosedOrNeverRead) {
     EXPECT_TRUE(mHost.waitForExit(kExitBound) && mHost.exitCode() == 0);
 }
 
-// Peak resident memory of a process, from /proc/PID/status.
-long peakKb(pid_t pid) {
-    const std::string status = readFile("/proc/" + std::to_string(pid) + "/status");
-    const size_t at = status.find("VmHWM:");
-    return at == std::string::npos ? -1 : std::stol(status.substr(at + 6));
-}
-
-// A host holding descriptors 3 to 1100 (inherited from this test) still serves, and one line of
-// 32 MiB of commas costs it at most 8 MiB: the line is refused, not split into millions of pieces.
-TEST_F(ProcessTest, ServesWithManyFilesOpenInBoundedMemory) {
-    constexpr int kLast = 1100;
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    if (limit.rlim_max <= kLast + 64) GTEST_SKIP() << "the descriptor limit is too low";
-    limit.rlim_cur = limit.rlim_max;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    std::vector<int> taken;
-    const int null = open("/dev/null", O_RDONLY);
-    for (int fd = 3; fd <= kLast; ++fd)
-        if (fcntl(fd, F_GETFD) == -1 && dup2(null, fd) == fd) taken.push_back(fd);
-    start(mHost, "znhost", {});
-    for (int fd : taken)
-        close(fd);
-    close(null);
-    ASSERT_TRUE(waitForFileText(mTemp.file("znhost.out"), "ready\n", kStartBound));
-    RawClient client;
-    ASSERT_TRUE(client.connect(mPort, kStartBound));
-    [[maybe_unused]] const long before = peakKb(mHost.pid());
-    ASSERT_TRUE(client.sendText(std::string(32 << 20, ',') + "\n"));
-    EXPECT_EQ(client.request("GUI_ISRUNNING(0)"), "ERROR: COMMAND TOO LONG");
-    std::string reply;
-    EXPECT_TRUE(client.readLine(reply, kReplyBound) && reply == "NO") << reply;
-#ifndef __SANITIZE_ADDRESS__  // the sanitizer's own bookkeeping grows with the traffic
-    EXPECT_LE(peakKb(mHost.pid()) - before, 8 * 1024);
-#endif
-}
-
 // znhost leaves SIGPIPE at its default action, so a reply sent to a client that has gone would end
 // it unless the plug-in guards its sends itself.
-TEST_F(ProcessTest, SurvivesClientsThatLeaveAndReturnsToIdle) {
+TEST_F(ProcessTest, SurvivesClientsThatLeave) {
     ASSERT_NO_FATAL_FAILURE(startServing({"--trace"}));
-    const std::string proc = "/proc/" + std::to_string(mHost.pid());
-    auto counts = [&] {
-        return std::to_string(entryCount(proc + "/fd")) + " descriptors, " +
-               std::to_string(entryCount(proc + "/task")) + " threads";
-    };
-    RawClient client;
-    ASSERT_TRUE(client.connect(mPort, kReplyBound) && client.request("GUI_ISRUNNING(0)") == "NO");
-    ASSERT_TRUE(client.sendLine("QUIT()") && client.waitForClose(kReplyBound));
-    const std::string idle = counts();
-
     // Each reply is longer than its command, so the replies outgrow the socket buffers and the
     // server is still sending when this client, which never reads, goes.
     std::string burst;
     for (int i = 0; i < 5000; ++i)
         burst += "START()\n";
+    RawClient client;
     ASSERT_TRUE(client.connect(mPort, kReplyBound) && client.sendText(burst));
     client.close();
     ASSERT_TRUE(client.connect(mPort, kReplyBound) && client.sendLine("START(0,1,600,,10)"));
     ASSERT_TRUE(hostLogged("trace: sim0.runAcquisition(1, 600, 1, \"\")\n"));
     client.abort();
-
     // The orphaned acquisition's final line goes to whoever is connected when it ends.
     ASSERT_TRUE(client.connect(mPort, kReplyBound));
     EXPECT_EQ(client.request("STOP()"), "ERROR: ACQUISITION FAILED");
-    ASSERT_TRUE(client.sendLine("QUIT()") && client.waitForClose(kReplyBound));
-    std::string now = counts();
-    for (int i = 0; i < 500 && now != idle; ++i, now = counts())
-        std::this_thread::sleep_for(milliseconds(20));
-    EXPECT_EQ(now, idle);
     expectStops(mHost, "znhost");
 }
 
