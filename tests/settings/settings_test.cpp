@@ -38,8 +38,8 @@ TEST(StrToNumDef, AgreesWithTheStream) {
     std::vector<std::string> texts = {
         "2147483647", "2147483648", "-2147483648", "-2147483649", "99999999999999999999",
         "1e308",      "1.8e308",    "-1e999",      "4.9e-324",    "2e-324",
-        "1e-400",     "-0",         " \v\f\r42",   "inf",         "nan",
-        "0x1p3",      "0." + std::string(100, '3'), std::string(1, '\0') + "5"};
+        "1e-400",     "-0",         " \v\f\r42",   "inf",         "nan"};
+    texts.insert(texts.end(), {"0x1p3", "0." + std::string(100, '3'), std::string(1, '\0') + "5"});
     const std::string alphabet = "0123456789++--..eeEExX \t\nab0099";
     std::mt19937 random(20240611);
     for (int i = 0; i < 5000; ++i) {
@@ -146,8 +146,8 @@ TEST(IniFile, EditsKeepIndexesResetTheSectionCountAndLookUpsFallBackToDefaults) 
     ini.set("~", "1", "v");
     ini.removeSection("S");
     EXPECT_EQ(ini.getSectionCount(), 1) << "a leading empty-named run is not counted";
-    EXPECT_EQ(ini.get("S", "k", "d") + std::to_string(ini.getInt("S", "k", 5)) +
-                  std::to_string(ini.getDouble("S", "k", 2.5)), "d52.500000");
+    EXPECT_EQ(ini.get("S", "k", "d") + std::to_string(ini.getInt("S", "k", 5)), "d5");
+    EXPECT_EQ(ini.getDouble("S", "k", 2.5), 2.5);
     std::string bools;
     for (const char* value : {"true", "1", "TRUE", " 1", ""}) {
         ini.set("S", "b", value);
