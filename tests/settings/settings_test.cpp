@@ -74,7 +74,7 @@ struct FileRow {
 
 const FileRow kFileRows[] = {
     {"LongLineReadWhole", "k=" + kLong + "\nk2=1\n", 0, "!: k=" + kLong + "\n!: k2=1\n"},
-    {"EntriesBeforeFirstHeader", "Mode=fast\n[S]\nk=v\n", 1, "!: Mode=fast\nS: k=v\n"},
+    {"BareKeyBeforeFirstHeader", "Mode\n[S]\nk=v\n", 1, "!: Mode=\nS: k=v\n"},
     {"CrLfAndBlanksTrimmed", " \r \n  [S]  \r\n k = v \r\n", 1, "S: k = v\n"},
     {"EmptyBracketsNameEmptySection", "[]\nk=v\n", 1, ": k=v\n"},
     {"HeaderWithoutClosingBracket", "[Other\nk=7\n", 1, "Othe: k=7\n"},
