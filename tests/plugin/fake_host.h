@@ -59,10 +59,12 @@ public:
         mAborted = mReleased = mRunning = false;
         return aborted ? abortResult.load() : acqResult.load();
     }
+    // An abort that comes before the run is kept for it: the plug-in can hand every STOP to the
+    // device, but it cannot know when the device has registered its run.
     int abortAcquisition() override {
         std::lock_guard<std::mutex> lock(mMutex);
         ++aborts;
-        mAborted = mRunning;
+        mAborted = true;
         mChanged.notify_all();
         return 0;
     }
