@@ -70,6 +70,8 @@ TEST(Matrix, FailuresKeepWhatWasReadOrWritten) {
     ASSERT_EQ(writeAsciiMatrix(file.c_str(), TYPE_INT, values, 2, 2, true), kOk);
     ASSERT_EQ(writeAsciiMatrixHex(file.c_str(), TYPE_INT, values, 3, 3, true), kOk);
     int read[4] = {9, 9, 9, 9};
+    ASSERT_EQ(readAsciiMatrix(file.c_str(), TYPE_INT, 1, read), kOk);
+    EXPECT_EQ(read[1], 9) << "a value past the count is not stored";
     EXPECT_EQ(readAsciiMatrix(file.c_str(), TYPE_INT, 4, read), kShortRead) << "hex is no number";
     EXPECT_EQ(std::vector<int>(read, read + 4), (std::vector<int>{-3, 4, 9, 9}));
     EXPECT_EQ(readAsciiMatrix(file.c_str(), _DataType(8), 1, read + 3), kBadType);
