@@ -9,9 +9,6 @@ namespace PluginRemoteCtrl {
 
 namespace {
 
-constexpr const char* kSettingsFile = "remotectrl.ini";
-constexpr const char* kSection = "Settings";
-
 std::string trimmedBlanks(const std::string& text) {
     const std::string::size_type first = text.find_first_not_of(' ');
     if (first == std::string::npos) return "";
@@ -90,7 +87,7 @@ PluginSettings readPluginSettings(const std::string& dir) {
     PluginSettings settings;
     IniFile file((dir + "/" + kSettingsFile).c_str(), "=");
     file.load(nullptr);
-    settings.port = file.getInt(kSection, "Port", settings.port);
+    settings.port = file.getInt(kSettingsSection, kPortKey, settings.port);
     const auto invalid = [&](const char* key, const std::string& value) {
         if (settings.invalidKey.empty()) {
             settings.invalidKey = key;
@@ -98,13 +95,13 @@ PluginSettings readPluginSettings(const std::string& dir) {
         }
     };
     std::uint32_t ignored = 0;
-    const std::string address = trimmedBlanks(file.get(kSection, "Address", ""));
+    const std::string address = trimmedBlanks(file.get(kSettingsSection, "Address", ""));
     if (!address.empty() && !parseIpv4(address, ignored)) invalid("Address", address);
     settings.address = address;
-    const std::string allowFrom = file.get(kSection, "AllowFrom", "");
+    const std::string allowFrom = file.get(kSettingsSection, "AllowFrom", "");
     if (!trimmedBlanks(allowFrom).empty() && !parseAllowList(allowFrom, settings.allowFrom))
         invalid("AllowFrom", allowFrom);
-    const std::string idle = trimmedBlanks(file.get(kSection, "IdleTimeout", ""));
+    const std::string idle = trimmedBlanks(file.get(kSettingsSection, "IdleTimeout", ""));
     if (!idle.empty() && !parseSeconds(idle, settings.idleTimeout)) invalid("IdleTimeout", idle);
     return settings;
 }

@@ -23,6 +23,11 @@
 
 namespace PluginRemoteCtrl {
 
+// Where the settings live, for hosts that prepare the file (znhost --port).
+constexpr const char* kSettingsFile = "remotectrl.ini";
+constexpr const char* kSettingsSection = "Settings";
+constexpr const char* kPortKey = "Port";
+
 // An IPv4 block, both fields in host byte order.
 struct AddressBlock {
     std::uint32_t network;

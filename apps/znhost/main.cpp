@@ -22,6 +22,7 @@
 #include "apps/znhost/listeners.h"
 #include "apps/znhost/options.h"
 #include "apps/znhost/pluginloader.h"
+#include "apps/znhost/portsettings.h"
 #include "apps/znhost/simhost.h"
 #include "apps/znhost/trace.h"
 
@@ -127,6 +128,11 @@ int main(int argc, char** argv) {
     if (!isDirectory(options.dataDir))
         return fail("data folder " + options.dataDir + " is not a folder");
     if (options.plugins.empty()) options.plugins.push_back(defaultPluginPath());
+    PortSettings portSettings;
+    if (options.port != 0) {
+        if (!portSettings.create(options.settingsDir, options.port, error)) return fail(error);
+        options.settingsDir = portSettings.dir();
+    }
 
     sigset_t stopSignals = blockStopSignals();
     startOutputThread();

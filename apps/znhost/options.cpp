@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "apps/znhost/portsettings.h"
+
 namespace znhost {
 
 namespace {
@@ -22,6 +24,20 @@ std::string* valueTarget(const std::string& name, Options& options) {
     return nullptr;
 }
 
+// False with `error` when the value does not parse.
+bool storeValue(const std::string& name, const std::string& value, Options& options,
+                std::string& error) {
+    if (name == "--plugin") {
+        options.plugins.push_back(value);
+    } else if (name != "--port") {
+        *valueTarget(name, options) = value;
+    } else if (!parsePort(value, options.port)) {
+        error = "--port needs a number from 1 to 65535";
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 bool parseOptions(int argc, const char* const* argv, Options& options, std::string& error) {
@@ -29,7 +45,7 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
         std::string name, value;
         bool hasValue = false;
         splitArgument(argv[i], name, value, hasValue);
-        bool takesValue = name == "--plugin" || valueTarget(name, options) != nullptr;
+        bool takesValue = name == "--plugin" || name == "--port" || valueTarget(name, options) != nullptr;
         if (name == "-h") name = "--help";
         bool isFlag = name == "--trace" || name == "--help" || name == "--version";
         if (!takesValue && !isFlag) {
@@ -59,17 +75,14 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
             error = "option " + name + " needs a non-empty value";
             return false;
         }
-        if (name == "--plugin")
-            options.plugins.push_back(value);
-        else
-            *valueTarget(name, options) = value;
+        if (!storeValue(name, value, options, error)) return false;
     }
     return true;
 }
 
 const char* usageText() {
-    return "Usage: znhost [--config FILE] [--settings-dir DIR] [--data-dir DIR] [--trace]\n"
-           "              [--plugin PATH]... [--version] [-h|--help]\n"
+    return "Usage: znhost [--config FILE] [--settings-dir DIR] [--data-dir DIR] [--port N]\n"
+           "              [--trace] [--plugin PATH]... [--version] [-h|--help]\n"
            "\n"
            "A stand-in device-control host: loads plug-in modules, simulates devices and runs\n"
            "until SIGINT or SIGTERM.\n"
@@ -78,6 +91,8 @@ const char* usageText() {
            "                      (default: devices sim0 and sim1, devcontrol loaded)\n"
            "  --settings-dir DIR  folder the plug-ins read their settings files from (default: .)\n"
            "  --data-dir DIR      folder where simulated acquisitions write (default: .)\n"
+           "  --port N            port for the remotectrl plug-in, whatever its settings file\n"
+           "                      says (the file's other settings still hold)\n"
            "  --trace             write every call a plug-in makes on the host to stderr\n"
            "  --plugin PATH       plug-in module to load; may be repeated\n"
            "                      (default: ../lib/remotectrl/plugins/remotectrl.so beside\n"

@@ -14,6 +14,7 @@ struct Options {
     std::string configFile;
     std::string settingsDir = ".";
     std::string dataDir = ".";
+    int port = 0;  // 0: the plug-in's settings file decides
     bool trace = false;
     std::vector<std::string> plugins;
     bool help = false;

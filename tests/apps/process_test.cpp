@@ -26,12 +26,13 @@ struct Ended {
     std::string out, err;
 };
 
-// Every test gets its own folder: the settings file naming a free loopback port, and data/.
+// Every test gets its own folder and data/. znhost gets a free loopback port with --port, which
+// overrides the settings file's port and keeps its other settings, here the listening address.
 class ProcessTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(std::filesystem::create_directory(mTemp.file("data")));
-        writeFile(mTemp.file("remotectrl.ini"), "[Settings]\nPort=" + std::to_string(mPort) + "\n");
+        writeFile(mTemp.file("remotectrl.ini"), "[Settings]\nPort=1\nAddress=127.0.0.1\n");
     }
 
     // Starts rcclient on the test's port or znhost with the test's folders, then `args`, where "@"
@@ -41,7 +42,8 @@ protected:
         for (std::string& arg : args)
             if (arg[0] == '@') arg = mTemp.path() + arg.substr(1);
         std::vector<std::string> program = {ZNHOST_PATH, "--settings-dir", mTemp.path(),
-                                            "--data-dir", mTemp.file("data")};
+                                            "--data-dir", mTemp.file("data"),
+                                            "--port", std::to_string(mPort)};
         if (name == "rcclient") program = {RCCLIENT_PATH, "--port", std::to_string(mPort)};
         args.insert(args.begin(), program.begin(), program.end());
         writeFile(mTemp.file(name + ".in"), input);
@@ -68,7 +70,7 @@ protected:
         host.sendSignal(signal);
         Ended ended = finish(host, name);
         EXPECT_EQ(ended.exitCode, 0) << ended.err;
-        if (listening.empty()) listening = "listening on 0.0.0.0:" + std::to_string(mPort) + "\n";
+        if (listening.empty()) listening = "listening on 127.0.0.1:" + std::to_string(mPort) + "\n";
         EXPECT_EQ(ended.out, "loaded remotectrl: Plugin that adds tcp/ip interface\n" + listening +
                                  "ready\nclosed\n");
     }
@@ -133,11 +135,12 @@ TEST_F(ProcessTest, ServesWithOutputClosedOrNeverRead) {
     int out[2], err[2];
     ASSERT_TRUE(pipe(out) == 0 && pipe(err) == 0 && fcntl(err[0], F_SETFL, O_NONBLOCK) == 0);
     close(out[0]);
-    const char* settings = mTemp.path().c_str();
+    const std::string settings = mTemp.path(), port = std::to_string(mPort);
     ASSERT_TRUE(mHost.fork([&] {
         signal(SIGPIPE, SIG_DFL);
         return dup2(out[1], 1) + dup2(err[1], 2) +
-               execl(ZNHOST_PATH, ZNHOST_PATH, "--trace", "--settings-dir", settings, nullptr);
+               execl(ZNHOST_PATH, ZNHOST_PATH, "--trace", "--settings-dir", settings.c_str(),
+                     "--port", port.c_str(), nullptr);
     }));
     close(out[1]);
     close(err[1]);

@@ -110,7 +110,7 @@ std::string parsed(const OptionRow& row) {
     std::ostringstream out;
     if (row.client) out << c.host << ":" << c.port << " " << c.timeout << c.timeoutGiven;
     if (!row.client)
-        out << h.configFile << "|" << h.settingsDir << "|" << h.dataDir << "|" << h.trace;
+        out << h.configFile << "|" << h.settingsDir << "|" << h.dataDir << "|" << h.port << h.trace;
     out << (row.client ? c.help : h.help) << (row.client ? c.version : h.version);
     for (const std::string& word : row.client ? c.commands : h.plugins)
         out << " " << word;
@@ -118,13 +118,15 @@ std::string parsed(const OptionRow& row) {
 }
 
 const OptionRow kOptionRows[] = {
-    {"host_defaults", false, {}, "|.|.|000"},
-    {"host_values", false, {"--config", "h", "--settings-dir=s", "--data-dir", "d"}, "h|s|d|000"},
+    {"host_defaults", false, {}, "|.|.|0000"},
+    {"host_values", false, {"--config", "h", "--settings-dir=s", "--port=65535"}, "h|s|.|65535000"},
     {"host_flags",
      false,
      {"--trace", "--plugin", "a", "--plugin=b", "--version", "-h"},
-     "|.|.|111 a b"},
-    {"host_unknown_option", false, {"--port", "1"}, "error: unknown option --port"},
+     "|.|.|0111 a b"},
+    {"host_unknown_option", false, {"--verbose", "1"}, "error: unknown option --verbose"},
+    {"host_port_zero", false, {"--port", "0"}, "error: --port needs a number from 1 to 65535"},
+    {"host_port_not_digits", false, {"--port", "+80"}, "error: --port needs a number from 1 to"},
     {"host_missing_value", false, {"--plugin"}, "error: option --plugin needs a value"},
     {"host_empty_value", false, {"--data-dir="}, "error: option --data-dir needs a non-empty"},
     {"host_value_on_flag", false, {"--trace=1"}, "error: option --trace takes no value"},

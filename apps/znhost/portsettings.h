@@ -1,0 +1,29 @@
+// znhost --port N: the plug-in reads its port only from remotectrl.ini in the host's settings
+// folder, so znhost hands it a folder of its own whose remotectrl.ini is the user's file (from
+// --settings-dir, when it has one) with the port set. The user's folder is never written; the
+// private one is removed when the object goes.
+#pragma once
+
+#include <string>
+
+namespace znhost {
+
+class PortSettings {
+public:
+    PortSettings() = default;
+    ~PortSettings();
+    PortSettings(const PortSettings&) = delete;
+    PortSettings& operator=(const PortSettings&) = delete;
+
+    // True when the folder holds the file; otherwise false with a one-line `error`.
+    bool create(const std::string& userDir, int port, std::string& error);
+    const std::string& dir() const { return mDir; }
+
+private:
+    std::string mDir;
+};
+
+// A port as --port takes it: decimal digits only, 1 to 65535.
+bool parsePort(const std::string& text, int& port);
+
+}  // namespace znhost
