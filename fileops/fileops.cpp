@@ -156,12 +156,14 @@ struct LineBuffer {
 constexpr unsigned long kFirstLineSize = 120;
 constexpr unsigned long kSmallCallerBuffer = 60;
 
+// A failed realloc leaves the old buffer in place, still the caller's or ours to free.
 bool resizeBuffer(LineBuffer& buffer, unsigned long newSize) {
     void* grown = std::realloc(*buffer.text, newSize);
-    if (grown == nullptr) return false;
-    *buffer.text = static_cast<char*>(grown);
-    *buffer.size = newSize;
-    return true;
+    if (grown != nullptr) {
+        *buffer.text = static_cast<char*>(grown);
+        *buffer.size = newSize;
+    }
+    return grown != nullptr;
 }
 
 // Settles who owns the buffer and makes sure it has room for a useful first read.

@@ -45,7 +45,8 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
         std::string name, value;
         bool hasValue = false;
         splitArgument(argv[i], name, value, hasValue);
-        bool takesValue = name == "--plugin" || name == "--port" || valueTarget(name, options) != nullptr;
+        bool takesValue =
+            name == "--plugin" || name == "--port" || valueTarget(name, options) != nullptr;
         if (name == "-h") name = "--help";
         bool isFlag = name == "--trace" || name == "--help" || name == "--version";
         if (!takesValue && !isFlag) {

@@ -21,11 +21,17 @@ std::string settingsFile(const std::string& dir) {
 
 }  // namespace
 
-bool PortSettings::create(const std::string& userDir, int port, std::string& error) {
-    std::string pattern =
-        (std::filesystem::temp_directory_path() / "znhost-settings.XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
-        error = "cannot create a settings folder: " + std::string(std::strerror(errno));
+bool PortSettings::create(const std::string& userDir, int port, std::string& error,
+                          const std::string& tempBase) {
+    // A TMPDIR that names no folder must end in a message, not in an exception.
+    std::error_code noTempFolder;
+    const std::filesystem::path base = tempBase.empty()
+                                           ? std::filesystem::temp_directory_path(noTempFolder)
+                                           : std::filesystem::path(tempBase);
+    std::string pattern = (base / "znhost-settings.XXXXXX").string();
+    if (noTempFolder || mkdtemp(pattern.data()) == nullptr) {
+        error = "cannot create a settings folder in " + base.string() + ": " +
+                std::strerror(noTempFolder ? noTempFolder.value() : errno);
         return false;
     }
     mDir = pattern;

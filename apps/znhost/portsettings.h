@@ -15,8 +15,10 @@ public:
     PortSettings(const PortSettings&) = delete;
     PortSettings& operator=(const PortSettings&) = delete;
 
-    // True when the folder holds the file; otherwise false with a one-line `error`.
-    bool create(const std::string& userDir, int port, std::string& error);
+    // True when the folder holds the file; otherwise false with a one-line `error`. The folder is
+    // made in `tempBase`, by default the system's temporary folder.
+    bool create(const std::string& userDir, int port, std::string& error,
+                const std::string& tempBase = "");
     const std::string& dir() const { return mDir; }
 
 private:

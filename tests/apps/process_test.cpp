@@ -41,9 +41,9 @@ protected:
                const std::string& input = "") {
         for (std::string& arg : args)
             if (arg[0] == '@') arg = mTemp.path() + arg.substr(1);
-        std::vector<std::string> program = {ZNHOST_PATH, "--settings-dir", mTemp.path(),
-                                            "--data-dir", mTemp.file("data"),
-                                            "--port", std::to_string(mPort)};
+        std::vector<std::string> program = {ZNHOST_PATH,          "--settings-dir",   mTemp.path(),
+                                            "--data-dir",         mTemp.file("data"), "--port",
+                                            std::to_string(mPort)};
         if (name == "rcclient") program = {RCCLIENT_PATH, "--port", std::to_string(mPort)};
         args.insert(args.begin(), program.begin(), program.end());
         writeFile(mTemp.file(name + ".in"), input);

@@ -22,6 +22,7 @@
 #include "apps/znhost/listeners.h"
 #include "apps/znhost/options.h"
 #include "apps/znhost/pluginloader.h"
+#include "apps/znhost/portsettings.h"
 #include "apps/znhost/simhost.h"
 #include "host/ptrlist.h"
 #include "net/sockets.h"
@@ -149,6 +150,14 @@ TEST_P(OptionTest, ParsesOrNamesTheFault) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, OptionTest, ::testing::ValuesIn(kOptionRows), RowName());
+
+TEST(PortSettings, AFolderThatCannotBeMadeIsNamed) {
+    TempDir temp;
+    std::string error;
+    EXPECT_FALSE(PortSettings().create(temp.path(), 80, error, temp.file("none")));
+    EXPECT_EQ(error, "cannot create a settings folder in " + temp.file("none") +
+                         ": No such file or directory");
+}
 
 TEST(RcclientConnect, NamesAHostThatDoesNotResolve) {
     TCPSocket socket;
@@ -329,6 +338,8 @@ TEST(SimHost, ListsDevicesAndServesDevControl) {
     EXPECT_FALSE(control->isRunning(device) || control->isRunning(&stranger));
     EXPECT_EQ(control->setFile(device, "x.txt", 1) + control->setFile(&stranger, "y", 1), -1);
     EXPECT_EQ(host.devControl().fileOf(device), "x.txt");
+    EXPECT_EQ(all.erase(2) + all.erase(0), -1);  // past the end, then the first
+    EXPECT_EQ(all.size() == 1 ? all.get(0) : nullptr, device);
     config.devControl.privateInterface = false;
     EXPECT_EQ(SimHost(config, ".", ".", kQuiet).findPlugin("devcontrol")->privateInterface(),
               nullptr);

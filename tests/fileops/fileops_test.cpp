@@ -77,6 +77,7 @@ TEST(Matrix, FailuresKeepWhatWasReadOrWritten) {
     EXPECT_EQ(readAsciiMatrix(file.c_str(), _DataType(8), 1, read + 3), kBadType);
     EXPECT_EQ(writeAsciiMatrix(file.c_str(), _DataType(0), values, 2, 1, true), kBadType);
     EXPECT_EQ(writeAsciiMatrixHex(file.c_str(), TYPE_INT, values, 3, 0, true), kBadType);
+    EXPECT_EQ(writeAsciiMatrixHex(file.c_str(), _DataType(7), values, 2, 1, true), kBadType);
     EXPECT_EQ(readFile(file) + std::to_string(read[3]), "-3 4\nFFFFFFFD 00000004 00000005\n9");
     EXPECT_EQ(writeAsciiMatrix(file.c_str(), TYPE_INT, values, 3, 0, false), kBadType);
     EXPECT_EQ(readFile(file), "");

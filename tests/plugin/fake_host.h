@@ -37,7 +37,7 @@ private:
 class FakeDevice : public zn::IDev {
 public:
     explicit FakeDevice(std::string deviceName = "") : name(std::move(deviceName)) {}
-    const std::string name;  // for readable devcontrol calls
+    const std::string name;                   // for readable devcontrol calls
     std::atomic<double> maxThreshold{100.0};  // the range is [5, maxThreshold)
     std::atomic<int> setThresholdResult{0};
     std::atomic<int> acqResult{0};
