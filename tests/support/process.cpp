@@ -90,12 +90,8 @@ void ChildProcess::kill() {
     mPid = -1;
 }
 
-bool ChildProcess::exitedNormally() const {
-    return mPid < 0 && WIFEXITED(mStatus);
-}
-
 int ChildProcess::exitCode() const {
-    return exitedNormally() ? WEXITSTATUS(mStatus) : -1;
+    return mPid < 0 && WIFEXITED(mStatus) ? WEXITSTATUS(mStatus) : -1;
 }
 
 }  // namespace testsupport

@@ -31,10 +31,7 @@ public:
     // SIGKILL and reap, when still running.
     void kill();
 
-    bool running() const { return mPid > 0; }
-    // The running child's process id; -1 once it has been reaped.
-    pid_t pid() const { return mPid; }
-    bool exitedNormally() const;
+    // The exit status of a child that ended normally, else -1.
     int exitCode() const;
 
 private:

@@ -133,10 +133,6 @@ bool RawClient::waitForClose(milliseconds bound) {
     }
 }
 
-bool RawClient::finishSending() {
-    return mFd >= 0 && ::shutdown(mFd, SHUT_WR) == 0;
-}
-
 void RawClient::abort() {
     if (mFd < 0) return;
     linger reset = {1, 0};

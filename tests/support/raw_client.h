@@ -38,8 +38,6 @@ public:
     }
     // True when the peer closed the connection within `bound` (pending lines are skipped).
     bool waitForClose(milliseconds bound);
-    // Ends the sending direction only (the peer reads end of stream); replies can still be read.
-    bool finishSending();
     // Closes at once with a reset instead of an orderly shutdown.
     void abort();
     void close();
