@@ -2,12 +2,9 @@
 // loopback connection to a real plug-in served by the tests' fake host. Every reply must be one
 // line of the protocol's vocabulary, and the server must answer or close within a bound.
 //
-// One plug-in serves the whole process (started on first use on a free loopback port, stopped at
-// exit). Per input: connect, send the bytes (a line feed added when they do not end in one), then
-// the sync line until it is answered (a zero byte makes the server drop the rest of the chunk it
-// arrived in, sync line included), then QUIT(), after which the server must close the
-// connection. Devices: dev0 acquires and succeeds, dev1 acquires and fails, dev2 refuses every
-// threshold; acquisitions return at once, so an accepted START needs no STOP.
+// Per input: connect, send the bytes, then the sync line until it is answered (a zero byte makes
+// the server drop the rest of its chunk, sync line included), then QUIT(), which must close the
+// session. dev0's acquisitions succeed, dev1's fail, dev2 refuses every threshold.
 #include <algorithm>
 #include <chrono>
 #include <cstddef>

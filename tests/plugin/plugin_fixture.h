@@ -37,11 +37,6 @@ public:
             if (!receive(replies)) return "<no reply>";
         return replies;
     }
-    // A START and its final line; the refusal instead when it was refused.
-    std::string acquire(const std::string& command) {
-        const std::string refusal = exchange(command);
-        return refusal.empty() ? nextFinal() : refusal;
-    }
     // The oldest final line of this client's acquisitions, waiting for one when none has come.
     std::string nextFinal() {
         std::string replies;
