@@ -101,11 +101,12 @@ const char* usageText() {
            "  --version           print the version\n"
            "  -h, --help          show this text\n"
            "\n"
-           "Prints \"loaded NAME: DESCRIPTION\" for each plug-in and \"ready\" once started, and\n"
-           "\"closed\" after a stop signal has closed every plug-in. Host log lines and trace "
-           "lines\n"
-           "go to stderr. Exit status: 0 after a stop signal, 2 on a usage, config or load "
-           "error.\n";
+           "Prints \"loaded NAME: DESCRIPTION\" for each plug-in, \"listening on ADDRESS:PORT\"\n"
+           "for each socket the plug-ins listen on, then \"ready\" once they serve (or \"not\n"
+           "listening: see the log\"), and \"closed\" after a stop signal has closed every\n"
+           "plug-in. Host log lines and trace lines go to stderr; a reader that stops reading\n"
+           "never blocks or ends znhost. Exit status: 0 after a stop signal, 2 on a usage,\n"
+           "config, folder or load error.\n";
 }
 
 }  // namespace znhost
