@@ -66,8 +66,11 @@ struct Row {
     std::vector<std::string> calls;
 };
 
+const std::string kTimeOut = std::to_string(kTimedOut) + ":",
+                  kTooLong = std::to_string(kLineTooLong) + ":";
+const std::string kNoReady = std::to_string(kReadyWaitFailed) + ":";
+const std::string kNoTransfer = std::to_string(kTransferWaitFailed) + ":";
 // getLine reads chunks of up to 510 bytes, so some rows put line ends around that boundary.
-// Results: -10 time-out, -12 and -13 failed waits, -14 line too long.
 const std::string kY(509, 'y'), kZ(510, 'z'), kF(600, 'f');
 const std::string kOverlong =
     kF + "\n" + std::string(601, 't') + "\n" + std::string(2000, 'w') + "\nok\n";
@@ -76,14 +79,14 @@ const Row kRows[] = {
     {"LineEndIsLastByteOfChunk", kY + "\nab", true, kLine, kWait, {"0:" + kY, "0:ab"}},
     {"LineEndFirstInNextChunk", kZ + "\nk\n", false, kLine, kWait, {"0:" + kZ, "0:k"}},
     {"ZeroCutsLineAndTail", std::string("A\0B\nZ\0Q", 7), true, kLine, kWait, {"0:A", "0:Z", "0:"}},
-    {"PartLineKeptAcrossTimeOuts", "PART", false, kLine, kShort, {"-10:PART", "-10:PART"}},
-    {"OverlongDropped", kOverlong, false, kBoundedLine, kWait, {"0:" + kF, "-14:", "-14:", "0:ok"}},
-    {"RecvPartialBlockTimesOut", "ab", false, kRecv4, kShort, {"-10:ab"}},
+    {"PartLineKept", "PART", false, kLine, kShort, {kTimeOut + "PART", kTimeOut + "PART"}},
+    {"Overlong", kOverlong, false, kBoundedLine, kWait, {"0:" + kF, kTooLong, kTooLong, "0:ok"}},
+    {"RecvPartialBlockTimesOut", "ab", false, kRecv4, kShort, {kTimeOut + "ab"}},
     {"RecvPeerClosedEarly", "ab", true, kRecv4, kWait, {"0:ab"}},
-    {"NegativeTimeOutGetLine", "a\n", false, kLine, -1.0, {"-13:"}},
-    {"NegativeTimeOutSend", "", false, kSend4, -1.0, {"-13:"}},
-    {"NegativeTimeOutRecvReady", "a", false, kReady, -1.0, {"-12:"}},
-    {"ZeroTimeOutPolls", "", false, kReady, 0.0, {"-10:"}},
+    {"NegativeTimeOutGetLine", "a\n", false, kLine, -1.0, {kNoTransfer}},
+    {"NegativeTimeOutSend", "", false, kSend4, -1.0, {kNoTransfer}},
+    {"NegativeTimeOutRecvReady", "a", false, kReady, -1.0, {kNoReady}},
+    {"ZeroTimeOutPolls", "", false, kReady, 0.0, {kTimeOut}},
     {"HugeTimeOutWaitsForData", "a", false, kReady, 1e300, {"0:"}},
 };
 

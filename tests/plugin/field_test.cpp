@@ -23,8 +23,6 @@ struct SettingsRow {
 };
 
 const SettingsRow kSettingsRows[] = {
-    {"none", "", ""},
-    {"port_digits_then_text", "Port=1234abc\n", "", 1234},
     {"port_not_a_number_is_lenient", "Port=abc\n", ""},
     {"address", "Address=127.0.0.3\n", ""},
     {"address_name", "Address=localhost\n", "Address: localhost"},
