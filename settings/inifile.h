@@ -59,10 +59,10 @@ public:
 
     // Reads one line, LF included, into the malloc'd buffer *line of capacity *size. With a null
     // *line or a zero *size it allocates 120 bytes of its own; a caller's buffer of 60 bytes or
-    // less is realloc'd to 120. A line that does not fit grows the buffer to 120 (from below 60)
-    // or to twice its capacity. Returns the line's length, or -1 at end of file, on a read error
-    // or a failed allocation (errno EINVAL for null arguments). A buffer this call allocated is
-    // freed on failure (*line null, *size 0); any other buffer is left to the caller.
+    // less is realloc'd to 120. A line that does not fit doubles the buffer's capacity. Returns the
+    // line's length, or -1 at end of file, on a read error or a failed allocation (errno EINVAL for
+    // null arguments). A buffer this call allocated is freed on failure (*line null, *size 0); any
+    // other buffer is left to the caller.
     static int getline(FILE* stream, char** line, size_t* size);
 
     // Look-ups never create entries; a missing entry gives the default.
