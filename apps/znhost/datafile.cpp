@@ -1,5 +1,7 @@
 #include "apps/znhost/datafile.h"
 
+#include "apps/znhost/writeall.h"
+
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <sys/stat.h>
@@ -78,13 +80,7 @@ bool DataFile::createTemporary(std::string& error) {
 }
 
 bool DataFile::append(std::string_view text, std::string& error) {
-    while (!text.empty()) {
-        ssize_t written = ::write(mFd, text.data(), text.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) return fail("write", error);
-        text.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
+    return writeAll(mFd, text) || fail("write", error);
 }
 
 // Some file systems report a full disk only when the data reaches it, at the sync or the close.

@@ -10,25 +10,11 @@
 #include <mutex>
 #include <thread>
 
+#include "apps/znhost/writeall.h"
+
 namespace znhost {
 
 namespace {
-
-constexpr const char* kOwnSource = "znhost";
-
-void writeWhole(int fd, const std::string& line) {
-    const char* next = line.data();
-    size_t left = line.size();
-    while (left > 0) {
-        ssize_t written = ::write(fd, next, left);
-        if (written < 0) {
-            if (errno == EINTR) continue;
-            return;
-        }
-        next += written;
-        left -= static_cast<size_t>(written);
-    }
-}
 
 std::string logLine(std::string_view source, std::string_view message) {
     std::string line;
@@ -84,10 +70,10 @@ private:
             mDropped = 0;
             mBusy = true;
             lock.unlock();
-            writeWhole(line.fd, line.text);
+            writeAll(line.fd, line.text);
             if (dropped > 0)
-                writeWhole(STDERR_FILENO, logLine(kOwnSource, std::to_string(dropped) +
-                                                                  " output lines dropped\n"));
+                writeAll(STDERR_FILENO, logLine(kHostLogSource, std::to_string(dropped) +
+                                                                    " output lines dropped\n"));
             lock.lock();
         }
     }
@@ -113,7 +99,7 @@ void writeLine(int fd, std::string_view text) {
     if (queue != nullptr)
         queue->push(fd, std::move(line));
     else
-        writeWhole(fd, line);
+        writeAll(fd, line);
 }
 
 void writeLogLine(std::string_view source, std::string_view message) {

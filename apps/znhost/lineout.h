@@ -17,6 +17,8 @@
 namespace znhost {
 
 constexpr size_t kOutputQueueLines = 1024;
+// The source of znhost's own log lines.
+constexpr const char* kHostLogSource = "znhost";
 
 // Writes `text` followed by a line feed to `fd`.
 void writeLine(int fd, std::string_view text);

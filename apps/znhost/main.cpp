@@ -82,8 +82,8 @@ void startAll(SimHost& host, const std::vector<LoadedPlugin>& plugins) {
     for (const LoadedPlugin& loaded : plugins) {
         int32_t result = loaded.plugin->initialize(&host);
         if (result != 0)
-            writeLogLine("znhost", std::string(loaded.plugin->name()) + ": initialize returned " +
-                                       std::to_string(result));
+            writeLogLine(kHostLogSource, std::string(loaded.plugin->name()) +
+                                             ": initialize returned " + std::to_string(result));
     }
     for (const LoadedPlugin& loaded : plugins)
         loaded.plugin->onStart();
@@ -153,7 +153,7 @@ int main(int argc, char** argv) {
     waitForStopSignal(stopSignals);
     closeAll(plugins);
     if (!host->shutDownDevices(kDeviceShutdownBound))
-        writeLogLine("znhost", "an acquisition did not end in time");
+        writeLogLine(kHostLogSource, "an acquisition did not end in time");
     printLine("closed");
     flushOutput(kOutputFlushBound);
     return 0;

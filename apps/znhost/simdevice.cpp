@@ -12,8 +12,13 @@ namespace znhost {
 
 namespace {
 
+// Logs why an acquisition's file could not be written; false, for the caller to return.
+bool writeFailed(const std::string& device, const std::string& file, const std::string& error) {
+    writeLogLine(kHostLogSource, device + ": could not write \"" + file + "\": " + error);
+    return false;
+}
+
 constexpr double kMaxWaitSeconds = 1e7;
-constexpr const char* kLogSource = "znhost";
 
 using Clock = std::chrono::steady_clock;
 
@@ -46,14 +51,14 @@ int SimDevice::runAcquisition(int count, double time, int flag, const char* file
     std::string file = fileName == nullptr ? "" : fileName;
     if (!validRequest(count, time)) return -1;
     if (!file.empty() && !isSafeDataPath(file)) {
-        writeLogLine(kLogSource, mConfig.name + ": refused the file name \"" + file +
-                                     "\": it must stay inside the data folder");
+        writeLogLine(kHostLogSource, mConfig.name + ": refused the file name \"" + file +
+                                         "\": it must stay inside the data folder");
         return -1;
     }
     if (!file.empty() && fileTooLarge(count)) {
-        writeLogLine(kLogSource, mConfig.name + ": refused " + std::to_string(count) +
-                                     " frames: the file would exceed " +
-                                     std::to_string(kMaxValuesPerFile) + " values");
+        writeLogLine(kHostLogSource, mConfig.name + ": refused " + std::to_string(count) +
+                                         " frames: the file would exceed " +
+                                         std::to_string(kMaxValuesPerFile) + " values");
         return -1;
     }
     DataFile data;
@@ -141,8 +146,7 @@ void SimDevice::endAcquisition() {
 bool SimDevice::openDataFile(DataFile& data, const std::string& file) {
     std::string error;
     if (data.open(mDataDir, file, error)) return true;
-    writeLogLine(kLogSource, mConfig.name + ": could not write \"" + file + "\": " + error);
-    return false;
+    return writeFailed(mConfig.name, file, error);
 }
 
 bool SimDevice::shuttingDown() const {
@@ -161,8 +165,7 @@ bool SimDevice::saveFrames(DataFile& data, const std::string& file, Outcome& out
     outcome.aborted = outcome.aborted || (error.empty() && written < outcome.completedFrames);
     if (outcome.aborted && written == 0) return true;
     if (error.empty() && data.commit(error)) return true;
-    writeLogLine(kLogSource, mConfig.name + ": could not write \"" + file + "\": " + error);
-    return false;
+    return writeFailed(mConfig.name, file, error);
 }
 
 }  // namespace znhost

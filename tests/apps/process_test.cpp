@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "apps/rcclient/commands.h"
+#include "protocol/replies.h"
 #include "tests/support/files.h"
 #include "tests/support/process.h"
 #include "tests/support/raw_client.h"
@@ -195,8 +196,8 @@ struct ClientRow {
     bool busy = false;           // another client holds the session
 };
 
-const std::string kNoIndex = "ERROR: INVALID DEVICE INDEX\n";
-const std::string kSync = "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 2)\n";  // the sync text
+const std::string kNoIndex = std::string(protocol::kErrorDeviceIndex) + "\n";
+const std::string kSync = std::string(protocol::kSyncReply) + "\n";
 
 // An "OK" means the acquisition wrote data/run.txt, 10 frames of 16 rows.
 const ClientRow kClientRows[] = {
