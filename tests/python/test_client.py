@@ -3,42 +3,14 @@ at all, and how it writes method arguments into a command line."""
 
 import os
 import pathlib
-import shutil
 import socket
-import subprocess
-import tempfile
-import time
 import unittest
 
 import remotectrl
 from remotectrl import _arguments, _syntax
+from znhost_process import REPLY_BOUND, Znhost, free_loopback_port, wait_until
 
 SYNC = _syntax.SYNC_REPLY
-# Generous bounds: sanitizer builds on a shared two-core machine are slow.
-START_BOUND = 30.0
-REPLY_BOUND = 15.0
-
-
-def free_loopback_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-def wait_until(condition, bound):
-    deadline = time.monotonic() + bound
-    while not condition() and time.monotonic() < deadline:
-        time.sleep(0.02)
-    return condition()
-
-
-def stop(process):
-    process.terminate()
-    try:
-        process.wait(REPLY_BOUND)
-    except subprocess.TimeoutExpired:
-        process.kill()
-        process.wait(REPLY_BOUND)
 
 
 class ClientTest(unittest.TestCase):
@@ -49,27 +21,10 @@ class ClientTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.folder = tempfile.mkdtemp(prefix="remotectrl-py-")
-        cls.addClassCleanup(shutil.rmtree, cls.folder, ignore_errors=True)
-        cls.data_dir, cls.port, config = os.path.join(cls.folder, "data"), free_loopback_port(), cls.file("host.ini")
-        os.mkdir(cls.data_dir)
-        with open(config, "w") as out:
-            out.write(cls.config_text)
-        command = [os.environ["REMOTECTRL_ZNHOST"], "--port", str(cls.port), "--settings-dir", cls.folder,
-                   "--data-dir", cls.data_dir, "--config", config, "--trace"]
-        with open(cls.file("stdout"), "w") as stdout, open(cls.file("stderr"), "w") as stderr:
-            cls.addClassCleanup(stop, subprocess.Popen(command, stdout=stdout, stderr=stderr))
-        if not wait_until(lambda: "ready\n" in cls.read("stdout"), START_BOUND):
-            raise AssertionError("znhost does not serve:\n" + cls.read("stderr"))
-
-    @classmethod
-    def file(cls, name):
-        return os.path.join(cls.folder, name)
-
-    @classmethod
-    def read(cls, name):
-        with open(cls.file(name), errors="replace") as source:
-            return source.read()
+        cls.host = Znhost(cls.config_text)
+        cls.addClassCleanup(cls.host.close)
+        cls.host.start()
+        cls.port, cls.data_dir = cls.host.port, cls.host.data_dir
 
     def setUp(self):
         self.client = remotectrl.Client(port=self.port, timeout=REPLY_BOUND)
@@ -77,7 +32,7 @@ class ClientTest(unittest.TestCase):
 
     def traced(self, call):
         prefix = "trace: %s(" % call
-        calls = [line for line in self.read("stderr").splitlines() if line.startswith(prefix)]
+        calls = [line for line in self.host.read("stderr").splitlines() if line.startswith(prefix)]
         return calls[-1][len(prefix) : -1].split(", ") if calls else []
 
     def test_start_waits_for_the_end_and_raises_the_refusal_or_failure(self):

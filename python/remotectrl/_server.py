@@ -1,0 +1,60 @@
+"""The RemoteCtrlDS command: help and version without PyTango, then Tango's own server start-up."""
+
+import sys
+from typing import List, Optional
+
+from . import __version__
+
+USAGE = """\
+Usage: RemoteCtrlDS INSTANCE [-v[LEVEL]] [-nodb -dlist DEVICE[,DEVICE...] -ORBendPoint giop:tcp:ADDR:PORT]
+       RemoteCtrlDS --help | --version
+
+Tango device server for remotectrl hosts: server RemoteCtrlDS, class RemoteCtrl, one device per
+acquisition device of a host, all of one host sharing its single client connection.
+
+Device properties (default):
+  Host         host that runs the remotectrl plug-in (127.0.0.1)
+  Port         the plug-in's command port (59876)
+  DeviceIndex  the device's index on the host (0)
+  Timeout      seconds to wait for a reply (5)
+
+Attributes: Count, ExposureTime (s), FileName, Threshold (read-write, used by Start) and
+LastReply (read-only: the last line the host answered).
+Commands: Start, Stop, GuiStart, GuiStop, GuiSetFile(file), GuiIsRunning -> bool.
+States: ON, RUNNING, FAULT (the last acquisition failed), UNKNOWN (the host cannot be reached);
+changes are pushed as change events.
+
+With a Tango database (TANGO_HOST set), INSTANCE names the server instance registered there.
+Without one, -nodb -dlist names the devices and -ORBendPoint the address clients use; the
+properties keep their defaults then.
+
+Exit status: 0 when the server was shut down, 1 when it could not run, 2 on a usage error.
+"""
+
+
+def main(argv: Optional[List[str]] = None) -> int:
+    """Runs the server with ``argv`` (default: the command line without the program name)."""
+    args = sys.argv[1:] if argv is None else argv
+    if args[:1] in (["-h"], ["--help"]):
+        sys.stdout.write(USAGE)
+        return 0
+    if args[:1] == ["--version"]:
+        print("RemoteCtrlDS", __version__)
+        return 0
+    if not args or args[0].startswith("-"):
+        sys.stderr.write("RemoteCtrlDS: missing INSTANCE (see RemoteCtrlDS --help)\n")
+        return 2
+    try:
+        from tango.server import run
+
+        from .tango import RemoteCtrl
+    except ImportError as error:
+        sys.stderr.write("RemoteCtrlDS needs PyTango (Debian: apt-get install python3-tango): %s\n" % error)
+        return 1
+    # Tango names the server after the program: the same whether run as RemoteCtrlDS or "-m".
+    run((RemoteCtrl,), args=["RemoteCtrlDS"] + args)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
