@@ -2,7 +2,7 @@
 # man pages, and CPack's three Debian packages, one per install component:
 #   runtime  remotectrl          znhost, rcclient, their man pages, the module
 #   dev      remotectrl-dev      headers, static libraries, the CMake package
-#   python   python3-remotectrl  the Python package in lib/python3/dist-packages
+#   python   python3-remotectrl  the Python package in lib/python3/dist-packages, RemoteCtrlDS
 # The install() rules of the targets live beside the targets; the top-level CMakeLists.txt sets
 # their components. CPack rather than a debian/ folder: it packages the build that was just
 # configured and tested, in seconds, where dpkg-buildpackage would build everything again.
@@ -80,6 +80,27 @@ if(REMOTECTRL_BUILD_PYTHON_PACKAGE)
     # and pip installs the package anywhere else.
     install(DIRECTORY ${remotectrl_python_root}/ DESTINATION lib/python3/dist-packages
             COMPONENT python EXCLUDE_FROM_ALL)
+    # The Tango device server's command; pip writes its own from pyproject.toml.
+    set(remotectrl_server_launcher ${PROJECT_BINARY_DIR}/deb/RemoteCtrlDS)
+    file(GENERATE OUTPUT ${remotectrl_server_launcher}
+         CONTENT "#!/usr/bin/python3\nimport sys\n\nfrom remotectrl._server import main\n\nsys.exit(main())\n"
+         FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    install(PROGRAMS ${remotectrl_server_launcher} DESTINATION ${CMAKE_INSTALL_BINDIR}
+            COMPONENT python EXCLUDE_FROM_ALL)
+    if(REMOTECTRL_BUILD_MANPAGES)
+        # --help and --version need no PyTango, so the page is written wherever the package builds.
+        set(page ${remotectrl_man_dir}/RemoteCtrlDS.1)
+        add_custom_command(
+            OUTPUT ${page}.gz
+            COMMAND ${CMAKE_COMMAND} -E env PYTHONPATH=${PROJECT_SOURCE_DIR}/python PYTHONDONTWRITEBYTECODE=1
+                    ${REMOTECTRL_HELP2MAN} --no-info "--name=Tango device server for remotectrl hosts"
+                    --output=${page} ${remotectrl_server_launcher}
+            COMMAND gzip -9nf ${page}
+            DEPENDS ${remotectrl_python_sources}
+            VERBATIM)
+        add_custom_target(server_manpage ALL DEPENDS ${page}.gz)
+        install(FILES ${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT python EXCLUDE_FROM_ALL)
+    endif()
 endif()
 
 # ---- Debian packages
@@ -156,7 +177,11 @@ find_package(remotectrl) reads.")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3:any (>= 3.9)")
-set(CPACK_DEBIAN_PYTHON_DESCRIPTION "Python client for the remotectrl command server
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "python3-tango")
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION "Python client and Tango device server for remotectrl
 A client for the remotectrl plug-in's TCP command server that pairs every
-reply with its command exactly. It needs the standard library only.")
+reply with its command exactly; it needs the standard library only.
+.
+RemoteCtrlDS, a Tango device server built on it, makes each acquisition
+device of a remotectrl host a Tango device; it needs python3-tango.")
 include(CPack)

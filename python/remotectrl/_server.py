@@ -6,8 +6,8 @@ from typing import List, Optional
 from . import __version__
 
 USAGE = """\
-Usage: RemoteCtrlDS INSTANCE [-v[LEVEL]] [-nodb -dlist DEVICE[,DEVICE...] -ORBendPoint giop:tcp:ADDR:PORT]
-       RemoteCtrlDS --help | --version
+Usage: RemoteCtrlDS INSTANCE [-v[LEVEL]] [-nodb -dlist DEVICE[,...] | -file=FILE] [-ORBendPoint giop:tcp:ADDR:PORT]
+  or:  RemoteCtrlDS --help | --version
 
 Tango device server for remotectrl hosts: server RemoteCtrlDS, class RemoteCtrl, one device per
 acquisition device of a host, all of one host sharing its single client connection.
@@ -25,8 +25,9 @@ States: ON, RUNNING, FAULT (the last acquisition failed), UNKNOWN (the host cann
 changes are pushed as change events.
 
 With a Tango database (TANGO_HOST set), INSTANCE names the server instance registered there.
-Without one, -nodb -dlist names the devices and -ORBendPoint the address clients use; the
-properties keep their defaults then.
+Without one, -nodb -dlist names the devices, whose properties keep their defaults, or -file=FILE
+names a Tango property file that lists them with their properties; -ORBendPoint then gives the
+address that clients use (tango://ADDR:PORT/DEVICE#dbase=no).
 
 Exit status: 0 when the server was shut down, 1 when it could not run, 2 on a usage error.
 """
@@ -52,7 +53,11 @@ def main(argv: Optional[List[str]] = None) -> int:
         sys.stderr.write("RemoteCtrlDS needs PyTango (Debian: apt-get install python3-tango): %s\n" % error)
         return 1
     # Tango names the server after the program: the same whether run as RemoteCtrlDS or "-m".
-    run((RemoteCtrl,), args=["RemoteCtrlDS"] + args)
+    try:
+        run((RemoteCtrl,), args=["RemoteCtrlDS"] + args, raises=True)
+    except Exception as error:  # Tango has already said what went wrong, on stderr or stdout
+        sys.stderr.write("RemoteCtrlDS: the server could not run: %s\n" % (error,))
+        return 1
     return 0
 
 

@@ -80,8 +80,8 @@ class RemoteCtrl(Device):
         self._link = _hostlink.attach(self.Host, self.Port)
         try:
             self._on_client(lambda client: None)
-        except DevFailed:  # the state says why; a host that is down must not fail the device
-            pass
+        except DevFailed as failed:  # a host that is down must not fail the device: the state says why
+            self._change(DevState.UNKNOWN, failed.args[0].desc)
 
     def delete_device(self):
         with self._state_lock:

@@ -1,6 +1,7 @@
 """`cmake --install` into a temporary prefix, where znhost finds the plug-in by itself and serves
 rcclient and a program built against the CMake package; and the Debian packages, unpacked into a
-temporary root, where znhost serves rcclient and Python imports the package, checked by lintian.
+temporary root, where znhost serves rcclient, Python imports the package and the Tango
+server's command runs, checked by lintian.
 Settings come from the environment that CTest sets (CMakeLists.txt); every process is bounded and
 stopped by the test."""
 
@@ -116,6 +117,8 @@ class DebianPackageTest(unittest.TestCase):
                         "print(remotectrl.__file__, remotectrl.__version__)" % python_dir])
         self.assertEqual(imported, "%s %s\n" % (os.path.join(python_dir, "remotectrl", "__init__.py"),
                                                 env("REMOTECTRL_VERSION")))
+        server = run(["env", "PYTHONPATH=" + python_dir, os.path.join(root, "usr", "bin", "RemoteCtrlDS"), "--version"])
+        self.assertEqual(server, "RemoteCtrlDS %s\n" % env("REMOTECTRL_VERSION"))
         run(["lintian", "--fail-on", "error,warning"] + packages)
 
 
