@@ -2,6 +2,8 @@
 database, everything on loopback. Skipped where PyTango is missing."""
 
 import os
+import subprocess
+import sys
 import unittest
 
 from znhost_process import REPLY_BOUND, START_BOUND, Znhost, wait_until
@@ -13,6 +15,21 @@ try:
     from remotectrl.tango import RemoteCtrl
 except ImportError as missing:
     MultiDeviceTestContext, why = None, "PyTango is missing (%s): tools/install-deps installs python3-tango" % missing
+
+
+def server(*args):
+    """Runs RemoteCtrlDS with ``args``; returns its exit status and its output."""
+    done = subprocess.run([sys.executable, "-m", "remotectrl._server", *args], capture_output=True, text=True,
+                          timeout=START_BOUND)
+    return done.returncode, done.stdout + done.stderr
+
+
+class CommandTest(unittest.TestCase):
+    def test_help_and_usage_errors_need_no_tango(self):
+        for args, expected in [([], 2), (["-nodb"], 2), (["--help"], 0)]:
+            status, output = server(*args)
+            self.assertEqual(status, expected, args)
+            self.assertIn("RemoteCtrlDS INSTANCE" if expected == 0 else "missing INSTANCE", output)
 
 
 def device_info(index, port):
@@ -67,9 +84,16 @@ class RemoteCtrlTest(unittest.TestCase):
         self.assertIn("has not ended yet", self.refusal(self.failing.Start))
         # A STOP that reaches the simulated device before it runs the acquisition is lost.
         self.assertTrue(wait_until(lambda: "sim0.runAcquisition(1, 600" in self.host.read("stderr"), REPLY_BOUND))
+        self.failing.Stop()  # not its acquisition: the host must not see a STOP
+        self.assertNotIn("abortAcquisition", self.host.read("stderr"))
         self.good.Stop()
         self.settle(self.good, DevState.ON)
         self.assertEqual(self.good.status(), "acquisition stopped: ERROR: ACQUISITION FAILED")
+
+    def test_a_server_that_tango_cannot_start_exits_1(self):
+        endpoint = "giop:tcp:127.0.0.1:%d" % self.host.port  # taken by znhost
+        status, output = server("x", "-nodb", "-dlist", "x/y/z", "-ORBendPoint", endpoint)
+        self.assertEqual(status, 1, output)
 
     def test_gui_commands(self):
         commands = ["GuiStart", "GuiIsRunning", "GuiStop", "GuiIsRunning"]
