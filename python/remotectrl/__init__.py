@@ -4,6 +4,8 @@
     with Client(port=59876) as c:
         c.start(0, 10, 0.1, "run.txt", 10)    # returns when the acquisition has ended
         print(c.gui_is_running(0))
+
+remotectrl.tango holds RemoteCtrlDS, a Tango device server built on the client (needs PyTango).
 """
 
 from .client import DEFAULT_PORT, Client

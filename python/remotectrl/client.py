@@ -127,7 +127,7 @@ class Client:
         while self._pairing.final is None or self._pairing.acquisition_pending:
             self._pairing.take(self._read_line(deadline, "final line of the acquisition"))
         final, self._pairing.final = self._pairing.final, None
-        if final != "OK":
+        if final != _syntax.REPLY_OK:
             raise AcquisitionFailed(final)
 
     def stop(self) -> None:
@@ -160,9 +160,9 @@ class Client:
         """True when devcontrol reports ``device`` (full device list) running; RemoteError when refused."""
         replies = self._exchange(_device_command("GUI_ISRUNNING", device))
         _raise_for_errors(replies)
-        if replies == ["YES"]:
+        if replies == [_syntax.REPLY_YES]:
             return True
-        if replies == ["NO"]:
+        if replies == [_syntax.REPLY_NO]:
             return False
         raise RemoteError("\n".join(replies))
 

@@ -33,7 +33,7 @@ import threading
 from tango import DevFailed, DevState, Except
 from tango.server import Device, attribute, command, device_property
 
-from . import _hostlink
+from . import _hostlink, _syntax
 from .client import DEFAULT_PORT
 from .errors import RemoteError
 
@@ -120,7 +120,7 @@ class RemoteCtrl(Device):
     @command(dtype_out=bool, doc_out="whether devcontrol reports the device running")
     def GuiIsRunning(self):
         running = self._on_client(lambda client: client.gui_is_running(self.DeviceIndex))
-        self._last_reply = "YES" if running else "NO"
+        self._last_reply = _syntax.REPLY_YES if running else _syntax.REPLY_NO
         return running
 
     # -- called by the link ----------------------------------------------------------------------
@@ -131,8 +131,8 @@ class RemoteCtrl(Device):
 
     def acquisition_ended(self, outcome):
         if outcome is None:
-            self._last_reply = "OK"
-            self._change(DevState.ON, "acquisition ended: OK")
+            self._last_reply = _syntax.REPLY_OK
+            self._change(DevState.ON, "acquisition ended: " + _syntax.REPLY_OK)
         elif isinstance(outcome, RemoteError):
             self._last_reply = outcome.reply
             if self._stopping:

@@ -55,6 +55,10 @@ class RemoteCtrlTest(unittest.TestCase):
     def settle(self, device, state):
         self.assertTrue(wait_until(lambda: device.state() == state, REPLY_BOUND), device.status())
 
+    def traced(self, text):
+        """Whether znhost traces ``text``; its trace lines reach the file a moment after the replies."""
+        return wait_until(lambda: text in self.host.read("stderr"), REPLY_BOUND)
+
     def refusal(self, call):
         with self.assertRaises(DevFailed) as raised:
             call()
@@ -62,8 +66,14 @@ class RemoteCtrlTest(unittest.TestCase):
 
     def test_start_runs_to_on_with_change_events_and_writes_the_file(self):
         states = []
-        self.good.subscribe_event("State", EventType.CHANGE_EVENT, lambda event: states.append(event.errors or event.attr_value.value))
+        subscription = self.good.subscribe_event(
+            "State", EventType.CHANGE_EVENT, lambda event: states.append(event.errors or event.attr_value.value))
+        self.addCleanup(self.good.unsubscribe_event, subscription)
         self.good.write_attributes([("Count", 2), ("ExposureTime", 0.01), ("FileName", "run.txt")])
+        # A new subscription connects in the background and may miss the first moments' events.
+        self.good.Start()
+        self.settle(self.good, DevState.ON)
+        del states[:]
         self.good.Start()
         self.assertTrue(wait_until(lambda: states[-2:] == [DevState.RUNNING, DevState.ON], REPLY_BOUND), states)
         self.assertTrue(os.path.isfile(os.path.join(self.host.data_dir, "run.txt")))
@@ -83,8 +93,9 @@ class RemoteCtrlTest(unittest.TestCase):
         self.assertEqual(self.good.state(), DevState.RUNNING)
         self.assertIn("has not ended yet", self.refusal(self.failing.Start))
         # A STOP that reaches the simulated device before it runs the acquisition is lost.
-        self.assertTrue(wait_until(lambda: "sim0.runAcquisition(1, 600" in self.host.read("stderr"), REPLY_BOUND))
-        self.failing.Stop()  # not its acquisition: the host must not see a STOP
+        self.assertTrue(self.traced("sim0.runAcquisition(1, 600"))
+        self.failing.Stop()  # not its acquisition: the host must not see a STOP, traced before the next line
+        self.assertTrue(self.failing.GuiIsRunning() is False and self.traced("isRunning(sim1)"))
         self.assertNotIn("abortAcquisition", self.host.read("stderr"))
         self.good.Stop()
         self.settle(self.good, DevState.ON)
@@ -99,7 +110,7 @@ class RemoteCtrlTest(unittest.TestCase):
         commands = ["GuiStart", "GuiIsRunning", "GuiStop", "GuiIsRunning"]
         self.assertEqual([self.good.command_inout(name) for name in commands], [None, True, None, False])
         self.good.GuiSetFile("gui.txt")
-        self.assertIn('devcontrol.setFile(sim0, "gui.txt", 1)', self.host.read("stderr"))
+        self.assertTrue(self.traced('devcontrol.setFile(sim0, "gui.txt", 1)'))
 
     def test_a_host_that_goes_away_gives_unknown_until_it_is_back(self):
         self.host.stop()
