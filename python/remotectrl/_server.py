@@ -4,6 +4,16 @@ import sys
 from typing import List, Optional
 
 from . import __version__
+from .client import DEFAULT_PORT
+
+#: The device properties: name -> (default, what it is). The device class and the help read them
+#: here, where PyTango need not be importable.
+PROPERTIES = {
+    "Host": ("127.0.0.1", "host that runs the remotectrl plug-in"),
+    "Port": (DEFAULT_PORT, "the plug-in's command port"),
+    "DeviceIndex": (0, "the device's index on the host"),
+    "Timeout": (5.0, "seconds to wait for the host's connection or reply"),
+}
 
 USAGE = """\
 Usage: RemoteCtrlDS INSTANCE [-v[LEVEL]] [-nodb -dlist DEVICE[,...] | -file=FILE] [-ORBendPoint giop:tcp:ADDR:PORT]
@@ -13,11 +23,7 @@ Tango device server for remotectrl hosts: server RemoteCtrlDS, class RemoteCtrl,
 acquisition device of a host, all of one host sharing its single client connection.
 
 Device properties (default):
-  Host         host that runs the remotectrl plug-in (127.0.0.1)
-  Port         the plug-in's command port (59876)
-  DeviceIndex  the device's index on the host (0)
-  Timeout      seconds to wait for a reply (5)
-
+%s
 Attributes: Count, ExposureTime (s), FileName, Threshold (read-write, used by Start) and
 LastReply (read-only: the last line the host answered).
 Commands: Start, Stop, GuiStart, GuiStop, GuiSetFile(file), GuiIsRunning -> bool.
@@ -30,7 +36,7 @@ names a Tango property file that lists them with their properties; -ORBendPoint 
 address that clients use (tango://ADDR:PORT/DEVICE#dbase=no).
 
 Exit status: 0 when the server was shut down, 1 when it could not run, 2 on a usage error.
-"""
+""" % "".join("  %-12s %s (%s)\n" % (name, doc, default) for name, (default, doc) in PROPERTIES.items())
 
 
 def main(argv: Optional[List[str]] = None) -> int:

@@ -33,8 +33,7 @@ import threading
 from tango import DevFailed, DevState, Except
 from tango.server import Device, attribute, command, device_property
 
-from . import _hostlink, _syntax
-from .client import DEFAULT_PORT
+from . import _hostlink, _server, _syntax
 from .errors import RemoteError
 
 
@@ -50,6 +49,11 @@ def _setting(name, dtype, unit="", doc=""):
     return attribute(name=name, dtype=dtype, unit=unit, doc=doc, fget=read).setter(write)
 
 
+def _property(name):
+    default, doc = _server.PROPERTIES[name]
+    return device_property(dtype=type(default), default_value=default, doc=doc)
+
+
 def _fail(reason, description):
     Except.throw_exception("RemoteCtrl_" + reason, description, "RemoteCtrl")
 
@@ -57,10 +61,10 @@ def _fail(reason, description):
 class RemoteCtrl(Device):
     """One acquisition device of a remotectrl host, driven through the host's command server."""
 
-    Host = device_property(dtype=str, default_value="127.0.0.1", doc="host that runs the remotectrl plug-in")
-    Port = device_property(dtype=int, default_value=DEFAULT_PORT, doc="the plug-in's command port")
-    DeviceIndex = device_property(dtype=int, default_value=0, doc="the device's index on the host")
-    Timeout = device_property(dtype=float, default_value=5.0, doc="seconds to wait for a reply")
+    Host = _property("Host")
+    Port = _property("Port")
+    DeviceIndex = _property("DeviceIndex")
+    Timeout = _property("Timeout")
 
     Count = _setting("Count", int, doc="frames per acquisition")
     ExposureTime = _setting("ExposureTime", float, "s", "seconds per frame")
@@ -177,8 +181,4 @@ class RemoteCtrl(Device):
 
 
 if __name__ == "__main__":
-    import sys
-
-    from ._server import main
-
-    sys.exit(main())
+    raise SystemExit(_server.main())

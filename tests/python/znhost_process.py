@@ -25,15 +25,6 @@ def wait_until(condition, bound):
     return condition()
 
 
-def stop(process):
-    process.terminate()
-    try:
-        process.wait(REPLY_BOUND)
-    except subprocess.TimeoutExpired:
-        process.kill()
-        process.wait(REPLY_BOUND)
-
-
 class Znhost:
     """znhost with the simulated devices of ``config_text`` in a folder of its own, which close()
     removes; it writes into ``data_dir``, its output into the files "stdout" and "stderr"."""
@@ -64,7 +55,12 @@ class Znhost:
 
     def stop(self):
         if self.process is not None:
-            stop(self.process)
+            self.process.terminate()
+            try:
+                self.process.wait(REPLY_BOUND)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait(REPLY_BOUND)
             self.process = None
 
     def close(self):
