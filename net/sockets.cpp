@@ -1,14 +1,17 @@
 // Socket layer. The system quirks it depends on each live in one helper near the top: the
-// result codes, ppoll()'s time-out form, close-on-exec, and SIGPIPE on send.
+// result codes, ppoll()'s time-out form, close-on-exec, SIGPIPE on send, calls that must not
+// block, and the wording of errors.
 #include "net/sockets.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,18 +28,45 @@ constexpr int kMaxSendPiece = 65536;
 // getLine reads at most 510 bytes into a zeroed 512-byte area, so a chunk always ends in a zero.
 constexpr int kLineAreaSize = 512;
 constexpr int kLinePieceSize = 510;
+constexpr int kReasonSize = 128;
 
 // The data hook's direction argument.
 constexpr int kSentDirection = 0;
 constexpr int kReceivedDirection = 1;
 
-enum class Readiness { kReadable, kWritable };
+// The failure result of the operations that give 0 or -1.
+constexpr int kCallFailed = -1;
+
 enum class WaitResult { kReady, kTimedOut, kFailed };
 
+// strerror_r comes in two forms, by feature macros: GNU returns the text, XSI fills the buffer.
+// Only one of these is called in a given build.
+[[maybe_unused]] const char* reasonText(const char* gnuText, const char*) {
+    return gnuText;
+}
+[[maybe_unused]] const char* reasonText(int, const char* buffer) {
+    return buffer;
+}
+
+// "call where: reason" from errno, which is left as it was.
+std::string describeFailure(const char* call, const std::string& where) {
+    const int error = errno;
+    char buffer[kReasonSize] = {};
+    std::string text = call;
+    if (!where.empty()) text += " " + where;
+    text += ": ";
+    text += reasonText(::strerror_r(error, buffer, sizeof buffer), buffer);
+    errno = error;
+    return text;
+}
+
+std::string endpoint(const std::string& address, unsigned short port) {
+    return address + ":" + std::to_string(port);
+}
+
 // A wait takes the caller's time-out as whole seconds plus microseconds, both truncated toward
-// zero, converted afresh for every wait (never just the time that is left). A negative time-out
-// is a failed wait with EINVAL; a NaN gets the same treatment, and a time-out beyond int range is
-// held at INT_MAX seconds instead of overflowing the conversion.
+// zero. A negative time-out is a failed wait with EINVAL; a NaN gets the same treatment, and a
+// time-out beyond int range is held at INT_MAX seconds instead of overflowing the conversion.
 bool toTimespec(double timeout, timespec& limit) {
     if (!(timeout >= 0.0)) {
         errno = EINVAL;
@@ -49,47 +79,80 @@ bool toTimespec(double timeout, timespec& limit) {
     return true;
 }
 
-// One ppoll() on one descriptor: unlike select() it watches any descriptor number, so a host
-// holding thousands of files is still served. ppoll skips a negative descriptor silently, which
-// would look like a time-out, so that is a failure here. An interrupted wait (EINTR) is not
-// retried: it is a failure. An error or hang-up on the descriptor counts as ready, so that the
-// following system call reports it.
-WaitResult waitFor(int fd, Readiness want, double timeout) {
-    timespec limit{};
+// The layer's only blocking call. ppoll() watches any descriptor number (select() stops at 1024),
+// and a signal always interrupts it, SA_RESTART or not; the interruption is a failure, never
+// retried. ppoll skips a negative descriptor silently, which would look like a time-out, so that
+// is a failure here. An error or hang-up on the descriptor counts as ready, so that the
+// following call reports it. A null `limit` waits without end.
+WaitResult pollOnce(int fd, short events, const timespec* limit) {
     if (fd < 0) {
         errno = EBADF;
         return WaitResult::kFailed;
     }
-    if (!toTimespec(timeout, limit)) return WaitResult::kFailed;
-    pollfd entry{fd, static_cast<short>(want == Readiness::kReadable ? POLLIN : POLLOUT), 0};
-    const int ready = ::ppoll(&entry, 1, &limit, nullptr);
+    pollfd entry{fd, events, 0};
+    const int ready = ::ppoll(&entry, 1, limit, nullptr);
     if (ready < 0) return WaitResult::kFailed;
     return ready > 0 ? WaitResult::kReady : WaitResult::kTimedOut;
 }
 
-// Sending on a connection the peer has reset raises SIGPIPE, whose default action ends the
-// whole host process; MSG_NOSIGNAL turns that into a plain EPIPE failure.
-ssize_t sendWithoutSignal(int fd, const char* data, int length) {
-    return ::send(fd, data, static_cast<size_t>(length), MSG_NOSIGNAL);
+WaitResult waitFor(int fd, short events, double timeout) {
+    timespec limit{};
+    if (!toTimespec(timeout, limit)) return WaitResult::kFailed;
+    return pollOnce(fd, events, &limit);
+}
+
+// Calls after a wait never block (MSG_DONTWAIT), whatever mode the descriptor is in: a blocking
+// send of a large piece would otherwise outlast the time-out. Sending on a connection the peer
+// has reset raises SIGPIPE, whose default action ends the whole host process; MSG_NOSIGNAL turns
+// that into a plain EPIPE failure.
+ssize_t sendPiece(int fd, const char* data, int length) {
+    return ::send(fd, data, static_cast<size_t>(length), MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+ssize_t receivePiece(int fd, char* data, int length) {
+    return ::recv(fd, data, static_cast<size_t>(length), MSG_DONTWAIT);
 }
 
 bool hasExpired(double start, double timeout) {
-    return getPrecTime() - start > timeout;
+    return monotonicSeconds() - start > timeout;
 }
+
+// Records the failure of `call` in `errors`, keeping errno, and returns `code`. While the
+// descriptor is -1 the first text stays: for a socket that could not be created, it says why.
+int recordFailure(std::string& errors, int fd, const char* call, int code,
+                  const std::string& where = "") {
+    if (fd < 0 && !errors.empty()) return code;
+    errors = describeFailure(call, where);
+    return code;
+}
+
+// One direction of a connection for transferAll: what to wait for, the call that moves the
+// bytes, and where its failures are told.
+struct Direction {
+    int fd;
+    short events;
+    const char* call;
+    std::string& errors;
+};
 
 // The loop shared by send and recv. `step` moves bytes at the given offset and returns the
 // system call's result. The expiry test comes before the completion test, so a block whose last
-// piece moved after the time-out has passed still counts as timed out.
+// piece moved after the time-out has passed still counts as timed out (sendWithin is the form
+// that counts it).
 template <typename Step>
-int transferAll(int fd, Readiness want, int bufferLen, double timeout, Step step) {
-    const double start = getPrecTime();
+int transferAll(const Direction& direction, int bufferLen, double timeout, Step step) {
+    const double start = monotonicSeconds();
     int count = 0;
     while (count < bufferLen) {
-        const WaitResult wait = waitFor(fd, want, timeout);
-        if (wait == WaitResult::kFailed) return kTransferWaitFailed;
+        const WaitResult wait = waitFor(direction.fd, direction.events, timeout);
+        if (wait == WaitResult::kFailed) {
+            return recordFailure(direction.errors, direction.fd, "ppoll", kTransferWaitFailed);
+        }
         if (wait == WaitResult::kReady) {
             const ssize_t moved = step(count);
-            if (moved < 0) return kIoFailed;
+            if (moved < 0) {
+                return recordFailure(direction.errors, direction.fd, direction.call, kIoFailed);
+            }
             if (moved == 0) return 0;
             count += static_cast<int>(moved);
         }
@@ -143,13 +206,9 @@ sockaddr* asSockaddr(sockaddr_in& addr) {
     return reinterpret_cast<sockaddr*>(&addr);
 }
 
-int bindTo(int fd, const sockaddr_in& addr) {
-    return ::bind(fd, asSockaddr(addr), sizeof addr) == 0 ? 0 : -1;
-}
-
 template <typename Value>
 int setOption(int fd, int level, int name, const Value& value) {
-    return ::setsockopt(fd, level, name, &value, sizeof value) == 0 ? 0 : -1;
+    return ::setsockopt(fd, level, name, &value, sizeof value);
 }
 
 // Reads SO_ERROR, the outcome of a non-blocking connect; -1 if it cannot be read.
@@ -194,6 +253,29 @@ int changeMembership(int fd, int option, const std::string& multicastGroup) {
 
 }  // namespace
 
+const char* net::resultName(int code) {
+    switch (code) {
+        case kTimedOut:
+            return "timed out";
+        case kIoFailed:
+            return "send or receive failed";
+        case kConnectOrWaitFailed:
+            return "connection or wait failed";
+        case kTransferWaitFailed:
+            return "wait failed";
+        case kLineTooLong:
+            return "line too long";
+        default:
+            return code >= 0 ? "completed" : "failed";
+    }
+}
+
+double net::monotonicSeconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
 double getPrecTime() {
     timeval now{};
     ::gettimeofday(&now, nullptr);
@@ -221,13 +303,23 @@ bool fillAddr(const std::string& address, unsigned short port, sockaddr_in& addr
 // Every descriptor is close-on-exec from its creation, so no program the host starts inherits
 // (and keeps bound) a socket of ours.
 Socket::Socket(int type, int protocol)
-    : mSockDesc(::socket(AF_INET, type | SOCK_CLOEXEC, protocol)) {}
+    : mSockDesc(::socket(AF_INET, type | SOCK_CLOEXEC, protocol)) {
+    if (mSockDesc < 0) fail(mLastError, "socket", kCallFailed);
+}
 
 Socket::Socket(int sockDesc) : mSockDesc(sockDesc) {}
 
 Socket::~Socket() {
     if (mSockDesc >= 0) ::close(mSockDesc);
     mSockDesc = -1;
+}
+
+int Socket::fail(std::string& errors, const char* call, int code, const std::string& where) {
+    return recordFailure(errors, mSockDesc, call, code, where);
+}
+
+int Socket::checked(int result, const char* call) {
+    return result == 0 ? 0 : fail(mLastError, call, kCallFailed);
 }
 
 std::string Socket::getLocalAddress() const {
@@ -243,17 +335,15 @@ int Socket::setLocalPort(unsigned short localPort) {
     addr.sin_family = AF_INET;
     addr.sin_port = htons(localPort);
     addr.sin_addr.s_addr = htonl(INADDR_ANY);
-    return bindTo(mSockDesc, addr);
+    if (::bind(mSockDesc, asSockaddr(addr), sizeof addr) == 0) return 0;
+    return fail(mLastError, "bind", kCallFailed, endpoint("0.0.0.0", localPort));
 }
 
 int Socket::setLocalAddressAndPort(const std::string& localAddress, unsigned short localPort) {
     sockaddr_in addr;
     socket_detail::fillAddr(localAddress, localPort, addr);
-    return bindTo(mSockDesc, addr);
-}
-
-int Socket::cleanUp() {
-    return 0;
+    if (::bind(mSockDesc, asSockaddr(addr), sizeof addr) == 0) return 0;
+    return fail(mLastError, "bind", kCallFailed, endpoint(localAddress, localPort));
 }
 
 int Socket::shutdownBoth() {
@@ -267,7 +357,9 @@ CommunicatingSocket::CommunicatingSocket(int sockDesc) : Socket(sockDesc), mData
 
 void CommunicatingSocket::setNonBlocking() {
     const int flags = ::fcntl(mSockDesc, F_GETFL, 0);
-    if (flags >= 0) ::fcntl(mSockDesc, F_SETFL, flags | O_NONBLOCK);
+    if (flags < 0 || ::fcntl(mSockDesc, F_SETFL, flags | O_NONBLOCK) < 0) {
+        fail(mLastError, "fcntl", kCallFailed);
+    }
 }
 
 int CommunicatingSocket::connect(const std::string& foreignAddress, unsigned short foreignPort,
@@ -276,33 +368,59 @@ int CommunicatingSocket::connect(const std::string& foreignAddress, unsigned sho
     socket_detail::fillAddr(foreignAddress, foreignPort, addr);
     setNonBlocking();
     if (::connect(mSockDesc, asSockaddr(addr), sizeof addr) == 0) return 0;
-    if (errno != EINPROGRESS) return kConnectFailed;
+    const std::string where = endpoint(foreignAddress, foreignPort);
+    if (errno != EINPROGRESS) return fail(mLastError, "connect", kConnectOrWaitFailed, where);
 
-    const WaitResult wait = waitFor(mSockDesc, Readiness::kWritable, timeout);
-    if (wait == WaitResult::kFailed) return kConnectFailed;
+    const WaitResult wait = waitFor(mSockDesc, POLLOUT, timeout);
+    if (wait == WaitResult::kFailed) return fail(mLastError, "ppoll", kConnectOrWaitFailed);
     if (wait == WaitResult::kTimedOut) return kTimedOut;
     const int error = pendingError(mSockDesc);
     if (error == 0) return 0;
+    if (error < 0) return fail(mLastError, "getsockopt SO_ERROR", kConnectOrWaitFailed);
     // The refusal is known only through SO_ERROR; hand it on as the error number.
-    if (error > 0) errno = error;
-    return kConnectFailed;
+    errno = error;
+    return fail(mLastError, "connect", kConnectOrWaitFailed, where);
 }
 
 int CommunicatingSocket::send(const void* buffer, int bufferLen, double timeout) {
     const int fd = mSockDesc;
     const char* bytes = static_cast<const char*>(buffer);
-    const int result = transferAll(fd, Readiness::kWritable, bufferLen, timeout, [=](int done) {
-        return sendWithoutSignal(fd, bytes + done, std::min(bufferLen - done, kMaxSendPiece));
+    const Direction out{fd, POLLOUT, "send", mLastSendError};
+    const int result = transferAll(out, bufferLen, timeout, [=](int done) {
+        return sendPiece(fd, bytes + done, std::min(bufferLen - done, kMaxSendPiece));
     });
     reportTransfer(mDataHook, buffer, bufferLen, result, kSentDirection);
     return result;
 }
 
+// Each wait gets only the time that is left, so the whole call stays within `timeout`; the count
+// is settled before the clock is read again, so a block that went out is never reported as late.
+int CommunicatingSocket::sendWithin(const void* buffer, int bufferLen, double timeout) {
+    const char* bytes = static_cast<const char*>(buffer);
+    const double deadline = monotonicSeconds() + timeout;
+    double left = timeout;
+    int count = 0;
+    while (count < bufferLen) {
+        const WaitResult wait = waitFor(mSockDesc, POLLOUT, left);
+        if (wait == WaitResult::kFailed) return fail(mLastSendError, "ppoll", kTransferWaitFailed);
+        if (wait == WaitResult::kTimedOut) break;
+        const ssize_t sent =
+            sendPiece(mSockDesc, bytes + count, std::min(bufferLen - count, kMaxSendPiece));
+        if (sent < 0) return fail(mLastSendError, "send", kIoFailed);
+        if (sent == 0) break;
+        count += static_cast<int>(sent);
+        left = std::max(0.0, deadline - monotonicSeconds());
+    }
+    if (mDataHook != nullptr && count > 0) mDataHook(buffer, count, kSentDirection);
+    return count;
+}
+
 int CommunicatingSocket::recv(void* buffer, int bufferLen, double timeout) {
     const int fd = mSockDesc;
     char* bytes = static_cast<char*>(buffer);
-    const int result = transferAll(fd, Readiness::kReadable, bufferLen, timeout, [=](int done) {
-        return ::recv(fd, bytes + done, static_cast<size_t>(bufferLen - done), 0);
+    const Direction in{fd, POLLIN, "recv", mLastError};
+    const int result = transferAll(in, bufferLen, timeout, [=](int done) {
+        return receivePiece(fd, bytes + done, bufferLen - done);
     });
     reportTransfer(mDataHook, buffer, bufferLen, result, kReceivedDirection);
     return result;
@@ -314,7 +432,7 @@ int CommunicatingSocket::sendLine(std::string line, double timeout) {
 }
 
 // Serves the buffered text: a complete line, or a line-too-long report. Drops what belongs to a
-// line already reported too long, up to and including its line feed.
+// line already reported too long or cut off, up to and including its line feed.
 int CommunicatingSocket::takeLine(std::string& line) {
     if (mDiscarding) {
         const std::string::size_type end = mLineBuffer.find('\n');
@@ -330,51 +448,67 @@ int CommunicatingSocket::takeLine(std::string& line) {
         return kLineTooLong;
     }
     if (mLineBuffer.size() <= mMaxLineLength) return kNoLineYet;
-    mLineBuffer.clear();
-    mSearchFrom = 0;
+    clearLineBuffer();
     mDiscarding = true;
     line.clear();
     return kLineTooLong;
+}
+
+void CommunicatingSocket::clearLineBuffer() {
+    mLineBuffer.clear();
+    mSearchFrom = 0;
+}
+
+// The peer closed: the unterminated rest is the last line.
+int CommunicatingSocket::lastLine(std::string& line) {
+    line = std::move(mLineBuffer);
+    clearLineBuffer();
+    mDiscarding = false;
+    return 0;
+}
+
+int CommunicatingSocket::partialLine(std::string& line) {
+    if (mKeepPartialLines) {
+        line = mLineBuffer;
+    } else {
+        line = std::move(mLineBuffer);
+        clearLineBuffer();
+    }
+    return kTimedOut;
+}
+
+// Nothing of a line that a failure cut short may be run: neither what came, nor what follows.
+int CommunicatingSocket::cutOffLine(std::string& line, const char* call, int code) {
+    mDiscarding = mDiscarding || !mLineBuffer.empty();
+    clearLineBuffer();
+    line.clear();
+    return fail(mLastError, call, code);
 }
 
 int CommunicatingSocket::getLine(std::string& line, double timeout) {
     int taken = takeLine(line);
     // A buffered line never waits, so the clock is read only when the socket may have to be.
     if (taken != kNoLineYet) return taken;
-    // Every way out without a line hands over a copy of the partial text, which stays buffered
-    // and begins the next line however late the rest comes (while a too-long line is being
-    // dropped the buffer is empty).
-    const auto withoutLine = [&](int result) {
-        line = mLineBuffer;
-        return result;
-    };
-    const double start = getPrecTime();
+    const double start = monotonicSeconds();
     for (;;) {
         char area[kLineAreaSize] = {};
-        const WaitResult wait = waitFor(mSockDesc, Readiness::kReadable, timeout);
-        if (wait == WaitResult::kFailed) return withoutLine(kTransferWaitFailed);
+        const WaitResult wait = waitFor(mSockDesc, POLLIN, timeout);
+        if (wait == WaitResult::kFailed) return cutOffLine(line, "ppoll", kTransferWaitFailed);
         if (wait == WaitResult::kReady) {
-            const ssize_t received = ::recv(mSockDesc, area, kLinePieceSize, 0);
-            if (received < 0) return withoutLine(kIoFailed);
-            if (received == 0) {
-                // The peer closed: the unterminated rest is the last line.
-                line = std::move(mLineBuffer);
-                mLineBuffer.clear();
-                mSearchFrom = 0;
-                mDiscarding = false;
-                return 0;
-            }
+            const ssize_t received = receivePiece(mSockDesc, area, kLinePieceSize);
+            if (received < 0) return cutOffLine(line, "recv", kIoFailed);
+            if (received == 0) return lastLine(line);
             appendChunk(area, static_cast<size_t>(received), mLineBuffer);
             taken = takeLine(line);
             if (taken != kNoLineYet) return taken;
         }
-        if (hasExpired(start, timeout)) return withoutLine(kTimedOut);
+        if (hasExpired(start, timeout)) return partialLine(line);
     }
 }
 
 int CommunicatingSocket::recvReady(double timeout) {
-    const WaitResult wait = waitFor(mSockDesc, Readiness::kReadable, timeout);
-    if (wait == WaitResult::kFailed) return kReadyWaitFailed;
+    const WaitResult wait = waitFor(mSockDesc, POLLIN, timeout);
+    if (wait == WaitResult::kFailed) return fail(mLastError, "ppoll", kConnectOrWaitFailed);
     return wait == WaitResult::kReady ? 0 : kTimedOut;
 }
 
@@ -389,6 +523,10 @@ unsigned short CommunicatingSocket::getForeignPort() const {
 TCPSocket::TCPSocket() : CommunicatingSocket(SOCK_STREAM, IPPROTO_TCP) {}
 
 TCPSocket::TCPSocket(int sockDesc) : CommunicatingSocket(sockDesc) {}
+
+int TCPSocket::setNoDelay() {
+    return checked(setOption(mSockDesc, IPPROTO_TCP, TCP_NODELAY, 1), "setsockopt TCP_NODELAY");
+}
 
 TCPServerSocket::TCPServerSocket() : Socket(SOCK_STREAM, IPPROTO_TCP) {}
 
@@ -406,20 +544,32 @@ int TCPServerSocket::startServer(const std::string& localAddress, unsigned short
 }
 
 int TCPServerSocket::setReuseAddress() {
-    const int enable = 1;
-    return setOption(mSockDesc, SOL_SOCKET, SO_REUSEADDR, enable);
+    return checked(setOption(mSockDesc, SOL_SOCKET, SO_REUSEADDR, 1), "setsockopt SO_REUSEADDR");
 }
 
+// The wait is ppoll's like every other, so a signal ends it the same way; once the socket is
+// readable a connection is queued (one thread accepts), and accept4 hands it out at once.
 TCPSocket* TCPServerSocket::accept() {
+    if (pollOnce(mSockDesc, POLLIN, nullptr) == WaitResult::kFailed) {
+        fail(mLastError, "ppoll", kCallFailed);
+        return nullptr;
+    }
     const int connection = ::accept4(mSockDesc, nullptr, nullptr, SOCK_CLOEXEC);
-    if (connection < 0) return nullptr;
+    if (connection < 0) {
+        fail(mLastError, "accept", kCallFailed);
+        return nullptr;
+    }
     TCPSocket* socket = new (std::nothrow) TCPSocket(connection);
-    if (socket == nullptr) ::close(connection);
+    if (socket == nullptr) {
+        ::close(connection);
+        errno = ENOMEM;
+        fail(mLastError, "accept", kCallFailed);
+    }
     return socket;
 }
 
 int TCPServerSocket::setListen(int queueLen) {
-    return ::listen(mSockDesc, queueLen);
+    return checked(::listen(mSockDesc, queueLen), "listen");
 }
 
 UDPSocket::UDPSocket() : CommunicatingSocket(SOCK_DGRAM, IPPROTO_UDP) {
@@ -441,7 +591,7 @@ UDPSocket::UDPSocket(const std::string& localAddress, unsigned short localPort)
 }
 
 int UDPSocket::setBroadcast() {
-    return setOption(mSockDesc, SOL_SOCKET, SO_BROADCAST, 1);
+    return checked(setOption(mSockDesc, SOL_SOCKET, SO_BROADCAST, 1), "setsockopt SO_BROADCAST");
 }
 
 int UDPSocket::disconnect() {
@@ -449,49 +599,54 @@ int UDPSocket::disconnect() {
     // report that with EAFNOSUPPORT although it worked.
     const sockaddr_in unspecified{};
     if (::connect(mSockDesc, asSockaddr(unspecified), sizeof unspecified) == 0) return 0;
-    return errno == EAFNOSUPPORT ? 0 : -1;
+    return errno == EAFNOSUPPORT ? 0 : fail(mLastError, "connect AF_UNSPEC", kCallFailed);
 }
 
 int UDPSocket::sendTo(const void* buffer, int bufferLen, const std::string& foreignAddress,
                       unsigned short foreignPort) {
     if (bufferLen < 0) {
         errno = EINVAL;
-        return -1;
+        return kCallFailed;
     }
     sockaddr_in addr;
     socket_detail::fillAddr(foreignAddress, foreignPort, addr);
     const ssize_t sent = ::sendto(mSockDesc, buffer, static_cast<size_t>(bufferLen), 0,
                                   asSockaddr(addr), sizeof addr);
-    return sent == bufferLen ? 0 : -1;
+    if (sent == bufferLen) return 0;
+    if (sent >= 0) return kCallFailed;  // a datagram goes whole or not at all; never seen
+    return fail(mLastSendError, "sendto", kCallFailed, endpoint(foreignAddress, foreignPort));
 }
 
 int UDPSocket::recvFrom(void* buffer, int bufferLen, std::string& sourceAddress,
                         unsigned short& sourcePort, double timeout) {
     if (bufferLen < 0) {
         errno = EINVAL;
-        return -1;
+        return kCallFailed;
     }
     const int ready = recvReady(timeout);
     if (ready != 0) return ready;
 
     sockaddr_in source{};
     socklen_t length = sizeof source;
-    const ssize_t received = ::recvfrom(mSockDesc, buffer, static_cast<size_t>(bufferLen), 0,
-                                        asSockaddr(source), &length);
-    if (received < 0) return -1;
+    const ssize_t received = ::recvfrom(mSockDesc, buffer, static_cast<size_t>(bufferLen),
+                                        MSG_DONTWAIT, asSockaddr(source), &length);
+    if (received < 0) return fail(mLastError, "recvfrom", kCallFailed);
     sourceAddress = dottedText(source.sin_addr);
     sourcePort = ntohs(source.sin_port);
     return static_cast<int>(received);
 }
 
 int UDPSocket::setMulticastTTL(unsigned char multicastTTL) {
-    return setOption(mSockDesc, IPPROTO_IP, IP_MULTICAST_TTL, multicastTTL);
+    return checked(setOption(mSockDesc, IPPROTO_IP, IP_MULTICAST_TTL, multicastTTL),
+                   "setsockopt IP_MULTICAST_TTL");
 }
 
 int UDPSocket::joinGroup(const std::string& multicastGroup) {
-    return changeMembership(mSockDesc, IP_ADD_MEMBERSHIP, multicastGroup);
+    return checked(changeMembership(mSockDesc, IP_ADD_MEMBERSHIP, multicastGroup),
+                   "setsockopt IP_ADD_MEMBERSHIP");
 }
 
 int UDPSocket::leaveGroup(const std::string& multicastGroup) {
-    return changeMembership(mSockDesc, IP_DROP_MEMBERSHIP, multicastGroup);
+    return checked(changeMembership(mSockDesc, IP_DROP_MEMBERSHIP, multicastGroup),
+                   "setsockopt IP_DROP_MEMBERSHIP");
 }

@@ -31,7 +31,10 @@ bool connectToServer(TCPSocket& socket, const std::string& host, unsigned short 
         return false;
     }
     const int connected = socket.connect(address, port, timeout);
-    if (connected == 0) return true;
+    if (connected == 0) {
+        socket.setNoDelay();  // commands are short lines, each awaited: none should wait to gather
+        return true;
+    }
     char seconds[32];
     std::snprintf(seconds, sizeof seconds, "%g", timeout);
     error = "cannot connect to " + host + ":" + std::to_string(port) + ": " +

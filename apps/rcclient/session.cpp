@@ -32,8 +32,8 @@ Step Session::run(const std::string& line) {
     if (kind == protocol::PairingKind::Start) return runStart(command);
     unsigned long ticket = 0;
     if (!sendCommand(command, kind, ticket)) return Step::Broken;
-    return readUntil([&] { return mPairing.answered(ticket); }, getPrecTime() + mSettings.timeout,
-                     command, nullptr);
+    return readUntil([&] { return mPairing.answered(ticket); },
+                     net::monotonicSeconds() + mSettings.timeout, command, nullptr);
 }
 
 void Session::quit() {
@@ -49,7 +49,7 @@ Step Session::runStart(const std::string& command) {
     watch.interrupt = &interrupt;
     unsigned long ticket = 0;
     if (!sendCommand(command, protocol::PairingKind::Start, ticket)) return Step::Broken;
-    watch.started = getPrecTime();
+    watch.started = net::monotonicSeconds();
     mFinalArrived = false;
     Step step = readUntil([&] { return mPairing.answered(ticket); },
                           watch.started + mSettings.timeout, command, &watch);
@@ -69,7 +69,7 @@ Step Session::readUntil(Done done, double deadline, const std::string& command, 
     std::vector<protocol::Routed> routed;
     while (!done()) {
         if (watch != nullptr) watchTick(*watch);
-        double now = getPrecTime();
+        double now = net::monotonicSeconds();
         if (now >= deadline) return report(LineReader::Result::None, command);
         std::string line;
         LineReader::Result result = mReader.next(line, std::min(deadline - now, kPollSeconds));
@@ -105,7 +105,7 @@ void Session::watchTick(StartWatch& watch) {
         sendCommand(protocol::kStopCommand, protocol::PairingKind::Other, ticket);
     }
     if (!mSettings.showProgress) return;
-    double elapsed = getPrecTime() - watch.started;
+    double elapsed = net::monotonicSeconds() - watch.started;
     if (watch.hasExpected)
         std::fprintf(stderr, "\rSTART: %.1f s of %.1f s", elapsed, watch.expected);
     else

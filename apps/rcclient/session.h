@@ -52,7 +52,7 @@ private:
     };
 
     Step runStart(const std::string& command);
-    // Reads and routes lines until `done()` holds or `deadline` (getPrecTime seconds) passes.
+    // Reads and routes lines until `done()` holds or `deadline` (net::monotonicSeconds) passes.
     template <typename Done>
     Step readUntil(Done done, double deadline, const std::string& command, StartWatch* watch);
     void handle(const protocol::Routed& routed, StartWatch* watch);

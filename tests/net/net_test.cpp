@@ -2,6 +2,7 @@
 // send membership reports off this machine.
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -28,6 +29,26 @@ constexpr double kWait = testsupport::kWaitSeconds;
 constexpr double kShort = testsupport::kShortWaitSeconds;
 constexpr const char* kLoopback = "127.0.0.1";
 
+int optionValue(const Socket& socket, int level, int name) {
+    int value = -1;
+    socklen_t length = sizeof value;
+    return getsockopt(socket.getDescriptor(), level, name, &value, &length) == 0 ? value : -1;
+}
+
+TEST(ResultName, NamesEveryCode) {
+    const std::pair<int, std::string> kNames[] = {
+        {5, "completed"},
+        {0, "completed"},
+        {kTimedOut, "timed out"},
+        {kIoFailed, "send or receive failed"},
+        {kConnectOrWaitFailed, "connection or wait failed"},
+        {kTransferWaitFailed, "wait failed"},
+        {kLineTooLong, "line too long"},
+        {-1, "failed"}};
+    for (const auto& [code, name] : kNames)
+        EXPECT_EQ(resultName(code), name) << code;
+}
+
 // A name that does not resolve (a label over 63 bytes fails before any query is sent) leaves the
 // record cleared but for its family: a call with it goes to 0.0.0.0:0, nowhere else.
 TEST(FillAddr, ClearsTheRecordOfANameThatDoesNotResolve) {
@@ -53,14 +74,15 @@ protected:
     std::unique_ptr<TCPSocket> peer;
 };
 
-enum Op { kLine, kBoundedLine /* at most 600 bytes */, kRecv4, kReady, kSend4 };
+enum Op { kLine, kKeptLine, kBoundedLine /* at most 600 bytes */, kRecv4, kReady, kSend4 };
+enum PeerEnd { kStays, kCloses, kResets };
 
-// The peer sends `sent` and may close; then the client repeats `op` once per call expected, each
-// giving "result:text", the text being the line or the bytes received.
+// The peer sends `sent` and may end the connection; then the client repeats `op` once per call
+// expected, each giving "result:text", the text being the line or the bytes received.
 struct Row {
     const char* name;
     std::string sent;
-    bool peerCloses;
+    PeerEnd peerEnd;
     Op op;
     double timeout;
     std::vector<std::string> calls;
@@ -68,35 +90,43 @@ struct Row {
 
 const std::string kTimeOut = std::to_string(kTimedOut) + ":",
                   kTooLong = std::to_string(kLineTooLong) + ":";
-const std::string kNoReady = std::to_string(kReadyWaitFailed) + ":";
-const std::string kNoTransfer = std::to_string(kTransferWaitFailed) + ":";
+const std::string kNoReady = std::to_string(kConnectOrWaitFailed) + ":";
+const std::string kNoTransfer = std::to_string(kTransferWaitFailed) + ":",
+                  kBroken = std::to_string(kIoFailed) + ":";
 // getLine reads chunks of up to 510 bytes, so some rows put line ends around that boundary.
-const std::string kY(509, 'y'), kZ(510, 'z'), kF(600, 'f');
+const std::string kY(509, 'y'), kZ(510, 'z'), kF(600, 'f'), kZeroes("A\0B\nZ\0Q", 7);
 const std::string kOverlong =
     kF + "\n" + std::string(601, 't') + "\n" + std::string(2000, 'w') + "\nok\n";
 const Row kRows[] = {
-    {"SeveralLinesInOneChunk", "AB\nXY\n", false, kLine, kWait, {"0:AB", "0:XY"}},
-    {"LineEndIsLastByteOfChunk", kY + "\nab", true, kLine, kWait, {"0:" + kY, "0:ab"}},
-    {"LineEndFirstInNextChunk", kZ + "\nk\n", false, kLine, kWait, {"0:" + kZ, "0:k"}},
-    {"ZeroCutsLineAndTail", std::string("A\0B\nZ\0Q", 7), true, kLine, kWait, {"0:A", "0:Z", "0:"}},
-    {"PartLineKept", "PART", false, kLine, kShort, {kTimeOut + "PART", kTimeOut + "PART"}},
-    {"Overlong", kOverlong, false, kBoundedLine, kWait, {"0:" + kF, kTooLong, kTooLong, "0:ok"}},
-    {"RecvPartialBlockTimesOut", "ab", false, kRecv4, kShort, {kTimeOut + "ab"}},
-    {"RecvPeerClosedEarly", "ab", true, kRecv4, kWait, {"0:ab"}},
-    {"NegativeTimeOutGetLine", "a\n", false, kLine, -1.0, {kNoTransfer}},
-    {"NegativeTimeOutSend", "", false, kSend4, -1.0, {kNoTransfer}},
-    {"NegativeTimeOutRecvReady", "a", false, kReady, -1.0, {kNoReady}},
-    {"ZeroTimeOutPolls", "", false, kReady, 0.0, {kTimeOut}},
-    {"HugeTimeOutWaitsForData", "a", false, kReady, 1e300, {"0:"}},
+    {"SeveralLinesInOneChunk", "AB\nXY\n", kStays, kLine, kWait, {"0:AB", "0:XY"}},
+    {"LineEndIsLastByteOfChunk", kY + "\nab", kCloses, kLine, kWait, {"0:" + kY, "0:ab"}},
+    {"LineEndFirstInNextChunk", kZ + "\nk\n", kStays, kLine, kWait, {"0:" + kZ, "0:k"}},
+    {"ZeroCutsLineAndTail", kZeroes, kCloses, kLine, kWait, {"0:A", "0:Z", "0:"}},
+    {"PartLineDropped", "PART", kStays, kLine, kShort, {kTimeOut + "PART", kTimeOut}},
+    {"PartLineKept", "PART", kStays, kKeptLine, kShort, {kTimeOut + "PART", kTimeOut + "PART"}},
+    {"ResetDropsCutOffLine", "PART", kResets, kKeptLine, kWait, {kBroken, "0:"}},
+    {"Overlong", kOverlong, kStays, kBoundedLine, kWait, {"0:" + kF, kTooLong, kTooLong, "0:ok"}},
+    {"RecvPartialBlockTimesOut", "ab", kStays, kRecv4, kShort, {kTimeOut + "ab"}},
+    {"RecvPeerClosedEarly", "ab", kCloses, kRecv4, kWait, {"0:ab"}},
+    {"NegativeTimeOutGetLine", "a\n", kStays, kLine, -1.0, {kNoTransfer}},
+    {"NegativeTimeOutSend", "", kStays, kSend4, -1.0, {kNoTransfer}},
+    {"NegativeTimeOutRecvReady", "a", kStays, kReady, -1.0, {kNoReady}},
+    {"ZeroTimeOutPolls", "", kStays, kReady, 0.0, {kTimeOut}},
+    {"HugeTimeOutWaitsForData", "a", kStays, kReady, 1e300, {"0:"}},
 };
+
+constexpr linger kAbort{1, 0};  // a close that resets the connection
 
 class Exchange : public Loopback, public ::testing::WithParamInterface<Row> {};
 
 TEST_P(Exchange, GivesTheTextsAndResult) {
     const Row& row = GetParam();
     ASSERT_EQ(peer->send(row.sent.data(), int(row.sent.size()), kWait), int(row.sent.size()));
-    if (row.peerCloses) peer.reset();
+    if (row.peerEnd == kResets)
+        setsockopt(peer->getDescriptor(), SOL_SOCKET, SO_LINGER, &kAbort, sizeof kAbort);
+    if (row.peerEnd != kStays) peer.reset();
     if (row.op == kBoundedLine) client.setMaxLineLength(600);
+    client.setKeepPartialLines(row.op == kKeptLine);
     errno = 0;
     for (const std::string& expected : row.calls) {
         std::string text = "stale";
@@ -130,7 +160,37 @@ TEST_F(Loopback, LargeBlockArrivesWholeAndTheHookSeesCompletedTransfersOnly) {
     EXPECT_EQ(received, sent);
     ASSERT_EQ(client.send("abc", -4, kWait), 0);
     ASSERT_EQ(client.sendLine("OK", kWait), 3);
-    EXPECT_EQ(gHookLog[0] + "| " + gHookLog[1], "200000 0 3 | 200000 ");
+    ASSERT_EQ(client.sendWithin("ab", 2, kWait), 2);
+    EXPECT_EQ(gHookLog[0] + "| " + gHookLog[1], "200000 0 3 2 | 200000 ");
+}
+
+// The peer reads nothing until the buffers are full, then everything: each byte goes out once,
+// and a block that went out is complete even when the time-out (here none at all) had passed.
+TEST_F(Loopback, SendWithinCountsWhatWentOutAndNeverSendsTwice) {
+    std::vector<char> sent(16 << 20), received(sent.size());
+    std::iota(sent.begin(), sent.end(), 0);
+    const int total = int(sent.size()), first = peer->sendWithin(sent.data(), total, kShort);
+    ASSERT_TRUE(first > 0 && first < total) << first;
+    auto reading =
+        std::async(std::launch::async, [&] { return client.recv(received.data(), total, kWait); });
+    EXPECT_EQ(peer->sendWithin(sent.data() + first, total - first, kWait), total - first);
+    EXPECT_EQ(reading.get(), total);
+    EXPECT_EQ(received, sent);
+    EXPECT_EQ(peer->sendWithin("late", 4, 0.0), 4);
+}
+
+// A wait cut short (here by a negative time-out) takes the kept start of a line with it, and the
+// rest of that line when it comes: only whole lines are delivered.
+TEST_F(Loopback, LineCutOffByAFailedWaitIsNeverDelivered) {
+    client.setKeepPartialLines(true);
+    std::string line;
+    ASSERT_EQ(peer->send("STA", 3, kWait), 3);
+    ASSERT_EQ(client.getLine(line, kShort), kTimedOut);
+    EXPECT_EQ(client.getLine(line, -1.0), kTransferWaitFailed);
+    EXPECT_EQ(client.lastError() + line, std::string("ppoll: ") + std::strerror(EINVAL));
+    ASSERT_EQ(peer->sendLine("RT(0)\nnext", kWait), 11);
+    EXPECT_EQ(client.getLine(line, kWait), 0);
+    EXPECT_EQ(line, "next");
 }
 
 // No program the host starts may inherit our sockets. shutdownBoth wakes threads blocked in
@@ -140,13 +200,19 @@ TEST_F(Loopback, BindsConnectsAndShutsDown) {
         EXPECT_TRUE(fcntl(socket->getDescriptor(), F_GETFD) & FD_CLOEXEC);
     TCPServerSocket second, reserved;  // reserved: bound but not listening, so the port stays ours
     EXPECT_EQ(second.startServer(server.getLocalPort(), 5), -1) << "only the bind fails";
+    EXPECT_EQ(second.lastError(), "bind 0.0.0.0:" + std::to_string(server.getLocalPort()) + ": " +
+                                      std::strerror(EADDRINUSE));
     ASSERT_EQ(reserved.setLocalPort(0), 0);
     TCPSocket refused, unwaited, closed(-1);
-    EXPECT_EQ(refused.connect(kLoopback, reserved.getLocalPort(), kWait), kConnectFailed);
+    EXPECT_EQ(refused.connect(kLoopback, reserved.getLocalPort(), kWait), kConnectOrWaitFailed);
     EXPECT_TRUE(errno == ECONNREFUSED && (fcntl(refused.getDescriptor(), F_GETFL) & O_NONBLOCK));
-    EXPECT_EQ(unwaited.connect(kLoopback, server.getLocalPort(), -1.0), kConnectFailed);
-    EXPECT_EQ(closed.recvReady(kWait), kReadyWaitFailed);
+    EXPECT_EQ(refused.lastError(), "connect 127.0.0.1:" + std::to_string(reserved.getLocalPort()) +
+                                       ": " + std::strerror(ECONNREFUSED));
+    EXPECT_EQ(unwaited.connect(kLoopback, server.getLocalPort(), -1.0), kConnectOrWaitFailed);
+    EXPECT_EQ(closed.recvReady(kWait), kConnectOrWaitFailed);
     EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(client.setNoDelay(), 0);
+    EXPECT_EQ(optionValue(client, IPPROTO_TCP, TCP_NODELAY), 1);
     EXPECT_EQ(client.getForeignAddress() + std::to_string(client.getForeignPort()),
               kLoopback + std::to_string(server.getLocalPort()));
     EXPECT_EQ(server.shutdownBoth() + peer->shutdownBoth(), 0);
@@ -180,7 +246,18 @@ TEST_F(Loopback, AWaitLongerThanASecondTakesItsWholeSeconds) {
     });
     EXPECT_EQ(client.recvReady(3.5), 0);
     EXPECT_EQ(late.get(), 5);
-    EXPECT_EQ(Socket::cleanUp(), 0);
+}
+
+// A socket that could not be created says why, rather than which call then met no descriptor.
+TEST(LastError, KeepsWhyTheSocketCouldNotBeCreated) {
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit noFiles{0, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &noFiles), 0);
+    TCPServerSocket server;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(server.startServer(0, 5), -2);
+    EXPECT_EQ(server.lastError(), std::string("socket: ") + std::strerror(EMFILE));
 }
 
 // A restarted server finds its last connection in the closing wait; it can listen on the port
@@ -205,10 +282,8 @@ TEST(ReuseAddress, ListensBesideAClosingWait) {
 TEST(Udp, DatagramsArriveCutToTheBufferWithTheirSender) {
     UDPSocket receiver(kLoopback, 0), sender, onPort(0);
     for (const UDPSocket* socket : {&receiver, &sender, &onPort}) {
-        int broadcast = 0;
-        socklen_t length = sizeof broadcast;
-        getsockopt(socket->getDescriptor(), SOL_SOCKET, SO_BROADCAST, &broadcast, &length);
-        EXPECT_TRUE(broadcast == 1 && (fcntl(socket->getDescriptor(), F_GETFL) & O_NONBLOCK));
+        EXPECT_EQ(optionValue(*socket, SOL_SOCKET, SO_BROADCAST), 1);
+        EXPECT_TRUE(fcntl(socket->getDescriptor(), F_GETFL) & O_NONBLOCK);
     }
     EXPECT_EQ(receiver.getLocalAddress() + onPort.getLocalAddress(), "127.0.0.10.0.0.0");
     EXPECT_TRUE(receiver.getLocalPort() != 0 && onPort.getLocalPort() != 0);
