@@ -1,19 +1,21 @@
 #include "plugin/settings.h"
 
-#include <cmath>
-#include <cstdlib>
+#include <strings.h>
 
-#include "settings/inifile.h"
+#include <algorithm>
+#include <iterator>
+
+#include "settings/str.h"
+#include "settings/strictini.h"
 
 namespace PluginRemoteCtrl {
 
 namespace {
 
-std::string trimmedBlanks(const std::string& text) {
-    const std::string::size_type first = text.find_first_not_of(' ');
-    if (first == std::string::npos) return "";
-    return text.substr(first, text.find_last_not_of(' ') - first + 1);
-}
+using namespace protocol;
+
+constexpr const char* kKeys[] = {kPortKey, kAddressKey, kAllowFromKey, kIdleTimeoutKey};
+constexpr const char* kItemBlanks = " ";
 
 // A decimal number 0..max written with digits only.
 bool parseSmallNumber(const std::string& text, unsigned max, unsigned& value) {
@@ -44,18 +46,46 @@ bool parseAllowList(const std::string& text, std::vector<AddressBlock>& blocks) 
     for (;;) {
         const std::string::size_type comma = text.find(',', start);
         AddressBlock block{};
-        if (!parseBlock(trimmedBlanks(text.substr(start, comma - start)), block)) return false;
+        if (!parseBlock(str::trim(text.substr(start, comma - start), kItemBlanks), block))
+            return false;
         blocks.push_back(block);
         if (comma == std::string::npos) return true;
         start = comma + 1;
     }
 }
 
-bool parseSeconds(const std::string& text, double& seconds) {
-    char* end = nullptr;
-    seconds = std::strtod(text.c_str(), &end);
-    return end != text.c_str() && *end == '\0' && std::isfinite(seconds) && seconds >= 0.0 &&
-           text.find_first_of("xXpPnN") == std::string::npos;  // no hex, inf or nan forms
+// A section or key the plug-in does not read would leave its setting out without a word, which
+// for AllowFrom or Address widens access; so both are errors, while unrelated sections are not.
+std::string layoutError(const StrictIni& ini) {
+    for (const std::string& section : ini.sections()) {
+        if (strcasecmp(section.c_str(), kSettingsSection) != 0) continue;
+        if (section != kSettingsSection)
+            return "Unknown section [" + section + "] in " + ini.path();
+        for (const std::string& key : ini.keys(section))
+            if (std::none_of(std::begin(kKeys), std::end(kKeys),
+                             [&](const char* known) { return key == known; }))
+                return "Unknown setting " + key + " in " + ini.path();
+    }
+    return "";
+}
+
+std::string invalidSetting(const StrictIni& ini, const char* key) {
+    return std::string("Invalid setting ") + key + ": " + ini.text(kSettingsSection, key) + " in " +
+           ini.path();
+}
+
+std::string readValues(StrictIni& ini, PluginSettings& settings) {
+    settings.port = str::toNumDef<int>(ini.text(kSettingsSection, kPortKey), settings.port);
+    std::uint32_t ignored = 0;
+    settings.address = ini.text(kSettingsSection, kAddressKey);
+    if (!settings.address.empty() && !parseIpv4(settings.address, ignored))
+        return invalidSetting(ini, kAddressKey);
+    const std::string allowFrom = ini.text(kSettingsSection, kAllowFromKey);
+    if (!allowFrom.empty() && !parseAllowList(allowFrom, settings.allowFrom))
+        return invalidSetting(ini, kAllowFromKey);
+    if (!ini.readReal(kSettingsSection, kIdleTimeoutKey, settings.idleTimeout, 0.0))
+        return invalidSetting(ini, kIdleTimeoutKey);
+    return "";
 }
 
 }  // namespace
@@ -85,24 +115,18 @@ bool isAllowed(const std::vector<AddressBlock>& allowFrom, const std::string& do
 
 PluginSettings readPluginSettings(const std::string& dir) {
     PluginSettings settings;
-    IniFile file((dir + "/" + kSettingsFile).c_str(), "=");
-    file.load(nullptr);
-    settings.port = file.getInt(kSettingsSection, kPortKey, settings.port);
-    const auto invalid = [&](const char* key, const std::string& value) {
-        if (settings.invalidKey.empty()) {
-            settings.invalidKey = key;
-            settings.invalidValue = value;
-        }
-    };
-    std::uint32_t ignored = 0;
-    const std::string address = trimmedBlanks(file.get(kSettingsSection, "Address", ""));
-    if (!address.empty() && !parseIpv4(address, ignored)) invalid("Address", address);
-    settings.address = address;
-    const std::string allowFrom = file.get(kSettingsSection, "AllowFrom", "");
-    if (!trimmedBlanks(allowFrom).empty() && !parseAllowList(allowFrom, settings.allowFrom))
-        invalid("AllowFrom", allowFrom);
-    const std::string idle = trimmedBlanks(file.get(kSettingsSection, "IdleTimeout", ""));
-    if (!idle.empty() && !parseSeconds(idle, settings.idleTimeout)) invalid("IdleTimeout", idle);
+    StrictIni ini(EmptyValues::MeanAbsent);
+    switch (ini.load(dir + "/" + kSettingsFile)) {
+        case TextFileRead::Missing:
+            break;
+        case TextFileRead::Failed:
+            settings.error = ini.error();
+            break;
+        case TextFileRead::Read:
+            settings.error = layoutError(ini);
+            if (settings.error.empty()) settings.error = readValues(ini, settings);
+            break;
+    }
     return settings;
 }
 

@@ -1,5 +1,6 @@
-// The plug-in's settings: section Settings of "remotectrl.ini" in the host's settings folder,
-// read once when the host initialises the plug-in, never written.
+// The plug-in's settings: section Settings of "remotectrl.ini" in the host's settings folder
+// (the names are in protocol/settings_file.h), read once when the host initialises the plug-in,
+// never written.
 //
 //   Port         TCP port; a value that does not begin with a number leaves 59876. Only the low
 //                16 bits reach the socket.
@@ -9,24 +10,33 @@
 //   IdleTimeout  seconds (fractions allowed) without a line after which a session ends, unless an
 //                acquisition it started is running. Absent, empty or 0: never.
 //
+// The file fails closed: a setting the plug-in would drop without a word could leave it on every
+// interface for every client, so whatever it cannot honour sets `error` and the plug-in serves
+// nothing. Errors, each one line naming the file:
+// - The file exists but cannot be read (no regular file, permission, I/O): "PATH: reason".
+//   A missing file gives the defaults and no error.
+// - A section spelt Settings in another letter case: "Unknown section [settings] in PATH".
+// - In a section Settings of any case, a key other than exactly Port, Address, AllowFrom and
+//   IdleTimeout: "Unknown setting allowfrom in PATH", the key as the file spells it (blanks
+//   before "=" belong to the key, so "AllowFrom = x" is such a key).
+// - An Address, AllowFrom or IdleTimeout value that does not parse, checked in that order:
+//   "Invalid setting AllowFrom: VALUE in PATH".
+// Port keeps its lenient reading, since a bad port cannot widen access. A UTF-8 byte-order mark
+// at the start is skipped, and other sections are ignored (settings/strictini.h).
+//
 // Settled choices:
-// - Address, AllowFrom and IdleTimeout fail closed: a value that does not parse leaves the
-//   plug-in without a server (invalidKey names it), never with a wider one. Port keeps its
-//   lenient reading, since a bad port cannot widen access.
 // - A block whose address has bits past its prefix (10.1.2.3/8) means the block of the prefix.
 // - Empty items in AllowFrom ("a,,b", a trailing comma) do not parse.
+// - Of two lines with the same key the later one counts, as in the INI store.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-namespace PluginRemoteCtrl {
+#include "protocol/settings_file.h"
 
-// Where the settings live, for hosts that prepare the file (znhost --port).
-constexpr const char* kSettingsFile = "remotectrl.ini";
-constexpr const char* kSettingsSection = "Settings";
-constexpr const char* kPortKey = "Port";
+namespace PluginRemoteCtrl {
 
 // An IPv4 block, both fields in host byte order.
 struct AddressBlock {
@@ -35,16 +45,14 @@ struct AddressBlock {
 };
 
 struct PluginSettings {
-    int port = 59876;
+    int port = protocol::kDefaultPort;
     std::string address;                  // "" for every interface
     std::vector<AddressBlock> allowFrom;  // empty for everyone
     double idleTimeout = 0.0;             // 0 for never
-    // The first key whose value does not parse, as the file spells it, and that value.
-    std::string invalidKey;
-    std::string invalidValue;
+    std::string error;                    // "" when the file can be honoured; see above
 };
 
-// Reads `dir`/remotectrl.ini; a missing file gives the defaults.
+// Reads `dir`/remotectrl.ini.
 PluginSettings readPluginSettings(const std::string& dir);
 
 // Strict dotted decimal: four numbers 0..255, nothing else. Host byte order.

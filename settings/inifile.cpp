@@ -21,13 +21,6 @@ std::string compositeKey(const std::string& section, const std::string& key) {
     return section + "|" + key;
 }
 
-std::string trim(const std::string& line) {
-    const std::size_t first = line.find_first_not_of(TRIMMED);
-    if (first == std::string::npos) return std::string();
-    const std::size_t last = line.find_last_not_of(TRIMMED);
-    return line.substr(first, last - first + 1);
-}
-
 bool isHeader(const std::string& line) {
     return line.size() >= 2 && line[0] == '[';
 }
@@ -66,6 +59,24 @@ bool IniSortPredicate(const IniItem& a, const IniItem& b) {
     return a.index < b.index;
 }
 
+IniLine parseIniLine(const std::string& line, const std::string& separator) {
+    const std::string text = str::trim(line.substr(0, line.find('\0')), TRIMMED);
+    IniLine parsed;
+    if (text.empty()) return parsed;
+    if (isHeader(text)) {
+        parsed.kind = IniLine::Kind::Header;
+        parsed.section = text.substr(1, text.size() - 2);
+        return parsed;
+    }
+    parsed.kind = IniLine::Kind::Entry;
+    const std::size_t split = text.find_first_of(separator);
+    parsed.key = text.substr(0, split);
+    if (split == std::string::npos) return parsed;
+    const std::size_t valueStart = split + separator.size();
+    if (valueStart < text.size()) parsed.value = text.substr(valueStart);
+    return parsed;
+}
+
 IniFile::IniFile(const char* fileName, const char* separator)
     : fileName(fileName), separator(separator) {}
 
@@ -86,36 +97,23 @@ int IniFile::load(const char* path) {
     char* buffer = nullptr;
     size_t capacity = 0;
     int length;
-    while ((length = getline(file, &buffer, &capacity)) >= 0) {
-        const std::size_t text = strnlen(buffer, static_cast<std::size_t>(length));
-        addLine(trim(std::string(buffer, text)), section, entryCount);
-    }
+    while ((length = getline(file, &buffer, &capacity)) >= 0)
+        addLine(parseIniLine(std::string(buffer, static_cast<std::size_t>(length)), separator),
+                section, entryCount);
     // The first call allocated the buffer; from then on it is ours, so end of file leaves it.
     std::free(buffer);
     std::fclose(file);
     return kOk;
 }
 
-void IniFile::addLine(const std::string& line, std::string& section, int& entryCount) {
-    if (line.empty()) return;
-    if (isHeader(line)) {
-        section = line.substr(1, line.size() - 2);
+void IniFile::addLine(const IniLine& line, std::string& section, int& entryCount) {
+    if (line.kind == IniLine::Kind::Header) {
+        section = line.section;
         ++sectionCount;
-        return;
+    } else if (line.kind == IniLine::Kind::Entry) {
+        items[compositeKey(section, line.key)] =
+            IniItem{section, line.key, line.value, entryCount++};
     }
-    IniItem item;
-    item.section = section;
-    item.index = entryCount++;
-    const std::size_t split = line.find_first_of(separator);
-    if (split == std::string::npos) {
-        item.key = line;
-    } else {
-        item.key = line.substr(0, split);
-        const std::size_t valueStart = split + separator.size();
-        if (valueStart < line.size()) item.value = line.substr(valueStart);
-    }
-    std::string composite = compositeKey(item.section, item.key);
-    items[std::move(composite)] = std::move(item);
 }
 
 int IniFile::getline(FILE* stream, char** line, size_t* size) {
@@ -211,8 +209,6 @@ std::vector<std::string> IniFile::getSectionKeys(const char* section) const {
         keys.push_back(std::move(item.key));
     return keys;
 }
-
-void IniFile::sort() {}
 
 void IniFile::store(const std::string& section, const std::string& key, std::string value) {
     sectionCount = -1;

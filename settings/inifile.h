@@ -43,6 +43,19 @@ struct IniItem {
 // Orders items by index, signed; ties are left in no defined order by the sort that uses it.
 bool IniSortPredicate(const IniItem& a, const IniItem& b);
 
+// One line of a file under the rules above: a header, an entry, or nothing (Empty).
+struct IniLine {
+    enum class Kind { Empty, Header, Entry };
+    Kind kind = Kind::Empty;
+    std::string section;  // Header
+    std::string key;      // Entry
+    std::string value;    // Entry
+};
+
+// Takes one line apart as load() does: `line` is the line's bytes, its LF included or not. The
+// strict readers of this format (strictini.h) use it too, so the line rules live here only.
+IniLine parseIniLine(const std::string& line, const std::string& separator);
+
 class IniFile {
 public:
     // Results of load and save.
@@ -83,9 +96,6 @@ public:
     std::vector<IniItem> getSectionItems(const char* section) const;
     std::vector<std::string> getSectionKeys(const char* section) const;
 
-    // Does nothing: the store order is fixed by the map.
-    void sort();
-
     // Create or replace section/key. A replaced entry keeps its index; a new one gets the
     // number of entries held before it. Numbers are written as a default std::ostringstream
     // in the classic locale writes them (int: 59876, -5; double: 0.5, 2, 3.14159, 1e+06).
@@ -108,7 +118,7 @@ public:
     const std::string& getLastError() const { return lastError; }
 
 private:
-    void addLine(const std::string& line, std::string& section, int& entryCount);
+    void addLine(const IniLine& line, std::string& section, int& entryCount);
     void store(const std::string& section, const std::string& key, std::string value);
     const IniItem* find(const char* section, const char* key) const;
 

@@ -38,6 +38,12 @@ std::string format(std::string fmt, ...) {
     return result;
 }
 
+std::string trim(const std::string& text, const char* characters) {
+    const std::size_t first = text.find_first_not_of(characters);
+    if (first == std::string::npos) return std::string();
+    return text.substr(first, text.find_last_not_of(characters) - first + 1);
+}
+
 namespace {
 
 // White space as the "C" locale's classification sees it; the stream's sentry skips exactly

@@ -1,5 +1,9 @@
 // String helpers shared by the settings store and the command handlers.
 //
+// str::trim(text, characters)
+//   `text` without the bytes of `characters` at its start and its end; bytes inside stay. Every
+//   reader of settings trims with it, each with its own set (the INI line rules strip "\r \n").
+//
 // str::format(fmt, ...)
 //   printf-style formatting into a std::string of whatever length the text needs. A text of up
 //   to 511 characters is formatted in one pass; a longer one costs exactly one more pass, sized
@@ -34,6 +38,8 @@ namespace str {
 constexpr std::size_t FORMAT_RETRY_LIMIT = 1024 * 1024;
 
 std::string format(std::string fmt, ...);
+
+std::string trim(const std::string& text, const char* characters);
 
 template <typename T>
 T toNumDef(const std::string& text, T def);

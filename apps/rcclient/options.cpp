@@ -5,19 +5,11 @@
 #include <cstdlib>
 
 #include "protocol/command_language.h"
+#include "protocol/port.h"
 
 namespace rcclient {
 
 namespace {
-
-bool parsePort(const std::string& text, unsigned short& port) {
-    errno = 0;
-    char* end = nullptr;
-    long value = std::strtol(text.c_str(), &end, 10);
-    if (text.empty() || errno != 0 || *end != '\0' || value < 1 || value > 65535) return false;
-    port = static_cast<unsigned short>(value);
-    return true;
-}
 
 bool parseTimeout(const std::string& text, double& seconds) {
     errno = 0;
@@ -35,7 +27,8 @@ bool applyOption(const std::string& name, const std::string& value, ClientOption
         if (value.empty()) error = "--host needs a host name or address";
         options.host = value;
     } else if (name == "--port") {
-        if (!parsePort(value, options.port)) error = "--port needs a number from 1 to 65535";
+        if (!protocol::parsePort(value, options.port))
+            error = "--port needs a number from 1 to 65535";
     } else if (parseTimeout(value, options.timeout)) {
         options.timeoutGiven = true;
     } else {

@@ -8,12 +8,13 @@
 //                ReportRange (true), SetThresholdResult (0), AcqResult (0), AbortResult (-1),
 //                FrameWidth (16), FrameHeight (16).
 //   [DevControl] Loaded (true), PrivateInterface (true).
-// Choices: a file with no [DeviceN] section describes a host without devices; booleans are
-// true/false/1/0; numbers must be whole values with nothing after them (blanks around a value are
-// allowed, blanks around a key make it another key); frame sizes run from 1 to 4096; names must be
-// non-empty and distinct; unknown sections, unknown keys, entries before the first section and a
-// gap in the device numbering are errors. Every error names the file, and the section and key
-// where there is one.
+// Choices: a file with no [DeviceN] section describes a host without devices; the file is read
+// strictly (settings/strictini.h: a leading byte-order mark skipped, blanks and tabs around a
+// value allowed, blanks around a key making it another key); booleans are true/false/1/0; whole
+// numbers have nothing after their digits; thresholds are finite decimal numbers; frame sizes run
+// from 1 to 4096; names must be non-empty and distinct; empty values, unknown sections, unknown
+// keys, entries before the first section and a gap in the device numbering are errors. Every
+// error is one line naming the file, and the section and key where there is one.
 #pragma once
 
 #include <string>

@@ -14,10 +14,4 @@ bool isSafeDataPath(const std::string& file) {
     return true;
 }
 
-std::string dataFilePath(const std::string& dataDir, const std::string& file) {
-    if (dataDir.empty()) return file;
-    if (dataDir.back() == '/') return dataDir + file;
-    return dataDir + "/" + file;
-}
-
 }  // namespace znhost

@@ -12,7 +12,4 @@ namespace znhost {
 
 bool isSafeDataPath(const std::string& file);
 
-// `file` below `dataDir`; meaningful only for a name that isSafeDataPath accepts.
-std::string dataFilePath(const std::string& dataDir, const std::string& file);
-
 }  // namespace znhost

@@ -12,8 +12,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -24,6 +26,7 @@
 #include "apps/znhost/pluginloader.h"
 #include "apps/znhost/portsettings.h"
 #include "apps/znhost/simhost.h"
+#include "apps/znhost/standardfds.h"
 #include "apps/znhost/trace.h"
 
 using namespace znhost;
@@ -110,6 +113,9 @@ void closeAll(const std::vector<LoadedPlugin>& plugins) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // First of all (standardfds.h); a failure shows only where standard error is open.
+    if (!openClosedStandardDescriptors())
+        return fail(std::string("cannot open /dev/null: ") + std::strerror(errno));
     Options options;
     std::string error;
     if (!parseOptions(argc, argv, options, error)) {

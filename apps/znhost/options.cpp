@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "apps/znhost/portsettings.h"
+#include "protocol/port.h"
 
 namespace znhost {
 
@@ -31,9 +31,13 @@ bool storeValue(const std::string& name, const std::string& value, Options& opti
         options.plugins.push_back(value);
     } else if (name != "--port") {
         *valueTarget(name, options) = value;
-    } else if (!parsePort(value, options.port)) {
-        error = "--port needs a number from 1 to 65535";
-        return false;
+    } else {
+        unsigned short port = 0;
+        if (!protocol::parsePort(value, port)) {
+            error = "--port needs a number from 1 to 65535";
+            return false;
+        }
+        options.port = port;
     }
     return true;
 }
@@ -106,7 +110,17 @@ const char* usageText() {
            "listening: see the log\"), and \"closed\" after a stop signal has closed every\n"
            "plug-in. Host log lines and trace lines go to stderr; a reader that stops reading\n"
            "never blocks or ends znhost. Exit status: 0 after a stop signal, 2 on a usage,\n"
-           "config, folder or load error.\n";
+           "config, folder or load error.\n"
+           "\n"
+           "The remotectrl plug-in reads remotectrl.ini in the settings folder: section\n"
+           "[Settings], keys Port, Address, AllowFrom and IdleTimeout spelt exactly so (a UTF-8\n"
+           "byte-order mark is skipped, other sections are ignored). A file that exists but\n"
+           "cannot be read, another key in [Settings], [Settings] in another letter case, or an\n"
+           "Address, AllowFrom or IdleTimeout that does not parse is logged, and the plug-in\n"
+           "does not listen. No file: port 59876 on every interface, for every client.\n"
+           "\n"
+           "Standard input, output or error that znhost is started with closed are opened on\n"
+           "/dev/null first, so that no socket or file znhost opens takes their number.\n";
 }
 
 }  // namespace znhost

@@ -1,28 +1,44 @@
 #include "apps/znhost/portsettings.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
-#include "plugin/settings.h"
-#include "settings/inifile.h"
+#include "protocol/settings_file.h"
+#include "settings/textfile.h"
 
 namespace znhost {
 
 namespace {
 
-constexpr int kHighestPort = 65535;
-constexpr std::size_t kMostPortDigits = 5;
-
 std::string settingsFile(const std::string& dir) {
-    return dir + "/" + PluginRemoteCtrl::kSettingsFile;
+    return dir + "/" + protocol::kSettingsFile;
+}
+
+// Of two lines with the same key the later one counts, so lines at the end override the port
+// whatever the user's file holds; the leading line feed ends a last line that has none.
+std::string withPort(const std::string& userBytes, int port) {
+    return userBytes + "\n[" + protocol::kSettingsSection + "]\n" + protocol::kPortKey + "=" +
+           std::to_string(port) + "\n";
+}
+
+bool writeFile(const std::string& path, const std::string& bytes, std::string& error) {
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    bool written =
+        file != nullptr && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+    if (file != nullptr && std::fclose(file) != 0) written = false;
+    if (!written) error = path + ": cannot write: " + std::strerror(errno);
+    return written;
 }
 
 }  // namespace
 
 bool PortSettings::create(const std::string& userDir, int port, std::string& error,
                           const std::string& tempBase) {
+    std::string userBytes;
+    if (readTextFile(settingsFile(userDir), userBytes, error) == TextFileRead::Failed) return false;
     // A TMPDIR that names no folder must end in a message, not in an exception.
     std::error_code noTempFolder;
     const std::filesystem::path base = tempBase.empty()
@@ -35,25 +51,12 @@ bool PortSettings::create(const std::string& userDir, int port, std::string& err
         return false;
     }
     mDir = pattern;
-    IniFile file(settingsFile(userDir).c_str(), "=");
-    file.load(nullptr);  // without a file of the user's, the port is all there is
-    file.set(PluginRemoteCtrl::kSettingsSection, PluginRemoteCtrl::kPortKey, port);
-    if (file.save(settingsFile(mDir).c_str()) == IniFile::kOk) return true;
-    error = file.getLastError();
-    return false;
+    return writeFile(settingsFile(mDir), withPort(userBytes, port), error);
 }
 
 PortSettings::~PortSettings() {
     std::error_code ignored;
     if (!mDir.empty()) std::filesystem::remove_all(mDir, ignored);
-}
-
-bool parsePort(const std::string& text, int& port) {
-    if (text.empty() || text.size() > kMostPortDigits ||
-        text.find_first_not_of("0123456789") != std::string::npos)
-        return false;
-    port = std::atoi(text.c_str());
-    return port >= 1 && port <= kHighestPort;
 }
 
 }  // namespace znhost

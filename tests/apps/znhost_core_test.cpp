@@ -3,7 +3,9 @@
 // host and unloaded again.
 #include <dlfcn.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -24,9 +26,11 @@
 #include "apps/znhost/pluginloader.h"
 #include "apps/znhost/portsettings.h"
 #include "apps/znhost/simhost.h"
+#include "apps/znhost/standardfds.h"
 #include "host/ptrlist.h"
 #include "net/sockets.h"
 #include "tests/support/files.h"
+#include "tests/support/process.h"
 #include "tests/support/raw_client.h"
 #include "tests/support/row_name.h"
 #include "tests/support/temp_dir.h"
@@ -42,7 +46,7 @@ const Tracer kQuiet(false, -1);
 std::string loaded(const char* text) {
     TempDir temp;
     const std::string path = temp.file("host.ini");
-    if (text != nullptr) writeFile(path, text);
+    writeFile(path, text);
     HostConfig config;
     std::string error;
     if (!loadHostConfig(path, config, error)) return "error: " + error.substr(path.size() + 2);
@@ -58,7 +62,7 @@ std::string loaded(const char* text) {
 // Rows give the input and the start of the expected text.
 struct ConfigRow {
     const char* name;
-    const char* text;  // nullptr: no file
+    const char* text;
     const char* expected;
 };
 
@@ -69,15 +73,9 @@ const ConfigRow kConfigRows[] = {
      "AbortResult=0\nFrameWidth=1\nFrameHeight=4096\n",
      "devcontrol 10 | det 0 -1.5 2000 0 -7 3 0 1x4096 | sim1 1 0 100 1 0 0 -1 16x16"},
     {"no_device_section", "[DevControl]\nLoaded=false\n", "devcontrol 01"},
-    {"missing_file", nullptr, "error: cannot read the file: No such file or directory"},
-    {"int_with_text", "[Device0]\nAcqResult=1x\n", "error: [Device0] AcqResult: \"1x\" is not a"},
-    {"frame_side_too_big", "[Device0]\nFrameHeight=4097\n", "error: [Device0] FrameHeight: \"4"},
-    {"blank_value", "[Device0]\nName=  \n", "error: [Device0] Name: empty value"},
-    {"bool_word", "[DevControl]\nLoaded=yes\n", "error: [DevControl] Loaded: \"yes\" is not"},
     {"same_name_twice", "[Device0]\nName=a\n[Device1]\nName=a\n", "error: [Device1] Name: \"a\""},
     {"unknown_section", "[device0]\n", "error: [device0]: unknown section"},
     {"numbering_gap", "[Device0]\n[Device2]\n", "error: [Device2]: devices are numbered from 0"},
-    {"entry_before_section", "Name=x\n[Device0]\n", "error: Name: entry before the first section"},
 };
 
 class ConfigTest : public ::testing::TestWithParam<ConfigRow> {};
@@ -124,7 +122,6 @@ const OptionRow kOptionRows[] = {
      {"--trace", "--plugin", "a", "--plugin=b", "--version", "-h"},
      "|.|.|0111 a b"},
     {"host_unknown_option", false, {"--verbose", "1"}, "error: unknown option --verbose"},
-    {"host_port_zero", false, {"--port", "0"}, "error: --port needs a number from 1 to 65535"},
     {"host_port_not_digits", false, {"--port", "+80"}, "error: --port needs a number from 1 to"},
     {"host_missing_value", false, {"--plugin"}, "error: option --plugin needs a value"},
     {"host_empty_value", false, {"--data-dir="}, "error: option --data-dir needs a non-empty"},
@@ -149,12 +146,37 @@ TEST_P(OptionTest, ParsesOrNamesTheFault) {
 
 INSTANTIATE_TEST_SUITE_P(Rows, OptionTest, ::testing::ValuesIn(kOptionRows), RowName());
 
-TEST(PortSettings, AFolderThatCannotBeMadeIsNamed) {
+// The user's lines stay as written (a byte-order mark included), the port is added after them;
+// a user's file that cannot be read, or a folder that cannot be made, is named.
+TEST(PortSettings, AddsThePortAfterTheUsersLinesOrNamesTheFault) {
     TempDir temp;
+    const std::string user = "\xEF\xBB\xBF[Settings]\nPort=1\nAllowFrom=127.0.0.1";
+    writeFile(temp.file("remotectrl.ini"), user);
+    PortSettings settings;
     std::string error;
+    ASSERT_TRUE(settings.create(temp.path(), 80, error)) << error;
+    EXPECT_EQ(readFile(settings.dir() + "/remotectrl.ini"), user + "\n[Settings]\nPort=80\n");
     EXPECT_FALSE(PortSettings().create(temp.path(), 80, error, temp.file("none")));
     EXPECT_EQ(error, "cannot create a settings folder in " + temp.file("none") +
                          ": No such file or directory");
+    std::filesystem::create_directories(temp.file("dir/remotectrl.ini"));
+    EXPECT_FALSE(PortSettings().create(temp.file("dir"), 80, error));
+    EXPECT_EQ(error, temp.file("dir/remotectrl.ini") + ": not a regular file");
+}
+
+// As a careless parent may start znhost: standard output and error closed.
+TEST(StandardDescriptors, ClosedOnesGetDevNullSoNoSocketTakesTheirNumber) {
+    ChildProcess child;
+    ASSERT_TRUE(child.fork([] {
+        close(STDOUT_FILENO);
+        close(STDERR_FILENO);
+        struct stat devNull, err;
+        const bool opened = openClosedStandardDescriptors() && stat("/dev/null", &devNull) == 0 &&
+                            fstat(STDERR_FILENO, &err) == 0 && err.st_rdev == devNull.st_rdev;
+        return opened && socket(AF_INET, SOCK_STREAM, 0) > STDERR_FILENO ? 0 : 1;
+    }));
+    ASSERT_TRUE(child.waitForExit(kExitBound));
+    EXPECT_EQ(child.exitCode(), 0);
 }
 
 TEST(RcclientConnect, NamesAHostThatDoesNotResolve) {
