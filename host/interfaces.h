@@ -14,6 +14,13 @@
 
 namespace zn {
 
+// The arguments the plug-in passes to the host's calls, by name.
+constexpr int kAcquisitionDeviceFilter = 1;  // listDevicesFiltered: the devices START counts in
+constexpr int kThresholdSelector = 0;        // thresholdRange, setThreshold: which threshold
+constexpr int kThresholdKind = 2;            // thresholdRange, setThreshold: the kind of value
+constexpr int kAcquisitionFlag = 1;          // runAcquisition
+constexpr int kSetFileFlag = 1;              // IDevControl::setFile
+
 // A list of pointers that the host fills; the plug-in creates and owns the list.
 template <typename T>
 class IPtrList {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "protocol/replies.h"
+
 namespace protocol {
 
 namespace {
@@ -10,19 +12,17 @@ namespace {
 constexpr std::string_view kArgumentDelimiter = ",";
 constexpr std::string_view kLineEndBlanks = " \r\n";
 
-struct NamedCommand {
-    std::string_view upperName;
-    Command command;
+// STOP ignores its arguments; every other command answers a wrong count before it looks at them.
+constexpr CommandSpec kCommands[] = {
+    {Command::Start, "START", 5, kErrorStartArgumentCount},
+    {Command::Stop, "STOP", kAnyArgumentCount, nullptr},
+    {Command::GuiStart, "GUI_START", 1, kErrorOneArgument},
+    {Command::GuiSetFile, "GUI_SETFILE", 2, kErrorTwoArguments},
+    {Command::GuiIsRunning, "GUI_ISRUNNING", 1, kErrorOneArgument},
+    {Command::GuiStop, "GUI_STOP", 1, kErrorOneArgument},
 };
 
-constexpr NamedCommand kCommands[] = {
-    {"START", Command::Start},
-    {"STOP", Command::Stop},
-    {"GUI_START", Command::GuiStart},
-    {"GUI_SETFILE", Command::GuiSetFile},
-    {"GUI_ISRUNNING", Command::GuiIsRunning},
-    {"GUI_STOP", Command::GuiStop},
-};
+constexpr CommandSpec kUnknownCommand = {Command::Unknown, "", kAnyArgumentCount, nullptr};
 
 std::string_view withoutLeadingBlanks(std::string_view text) {
     const std::string_view::size_type begin = text.find_first_not_of(' ');
@@ -152,10 +152,18 @@ ParsedLine classifyLine(std::string_view line) {
     return parseCommandString(trimmed);
 }
 
+const CommandSpec& findCommand(std::string_view name) {
+    for (const CommandSpec& known : kCommands)
+        if (equalsUpperCased(name, known.upperName)) return known;
+    return kUnknownCommand;
+}
+
 Command matchCommand(std::string_view name) {
-    for (const NamedCommand& known : kCommands)
-        if (equalsUpperCased(name, known.upperName)) return known.command;
-    return Command::Unknown;
+    return findCommand(name).command;
+}
+
+bool CommandSpec::acceptsArgumentCount(size_t count) const {
+    return argumentCount == kAnyArgumentCount || count == static_cast<size_t>(argumentCount);
 }
 
 }  // namespace protocol

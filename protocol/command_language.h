@@ -17,6 +17,7 @@
 //   only its first character. The server itself only ever passes ",".
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -59,6 +60,19 @@ ParsedLine parseCommandString(std::string_view trimmedLine);
 // A received line as a session sees it: trimmed, then SessionEnd or parsed.
 ParsedLine classifyLine(std::string_view line);
 
+// One row of the command table: the name in upper case, how many arguments the command takes and
+// the reply to another count. A row's argumentCount is kAnyArgumentCount when any count will do.
+constexpr int kAnyArgumentCount = -1;
+struct CommandSpec {
+    Command command;
+    std::string_view upperName;
+    int argumentCount;
+    const char* wrongCountReply;
+    bool acceptsArgumentCount(size_t count) const;
+};
+
+// The row whose name matches without regard to case; Command::Unknown's row for any other name.
+const CommandSpec& findCommand(std::string_view name);
 Command matchCommand(std::string_view name);
 
 }  // namespace protocol

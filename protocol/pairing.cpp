@@ -9,9 +9,11 @@ PairingKind pairingKind(std::string_view line) {
     const ParsedLine parsed = classifyLine(line);
     if (parsed.kind == LineKind::SessionEnd) return PairingKind::SessionEnd;
     if (parsed.kind != LineKind::Command) return PairingKind::Other;
-    const Command command = matchCommand(parsed.name);
-    if (command == Command::GuiSetFile && parsed.args.size() != 2) return PairingKind::SelfSync;
-    return command == Command::Start ? PairingKind::Start : PairingKind::Other;
+    // A GUI_SETFILE with the wrong count is answered with the sync text itself.
+    const CommandSpec& command = findCommand(parsed.name);
+    if (command.command == Command::GuiSetFile && !command.acceptsArgumentCount(parsed.args.size()))
+        return PairingKind::SelfSync;
+    return command.command == Command::Start ? PairingKind::Start : PairingKind::Other;
 }
 
 std::string withSyncLine(std::string_view trimmedCommand, PairingKind kind) {

@@ -7,7 +7,12 @@
 
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
 #include <filesystem>
+#include <random>
 #include <thread>
 
 #include "apps/rcclient/commands.h"
@@ -119,7 +124,8 @@ TEST_F(ProcessTest, PortTakenIsLoggedAndStopSignalsEndCleanly) {
     ASSERT_NO_FATAL_FAILURE(start(second, "second", {}));
     EXPECT_TRUE(waitForFileText(
         mTemp.file("second.err"),
-        "[remotectrl] Could not start the remote server at port " + std::to_string(mPort) + "\n",
+        "[remotectrl] Could not start the remote server at port " + std::to_string(mPort) +
+            ": bind 127.0.0.1:" + std::to_string(mPort) + ": Address already in use\n",
         kStartBound));
     ASSERT_TRUE(waitForFileText(mTemp.file("second.out"), "ready\n", kStartBound));
     expectStops(second, "second", SIGINT, "not listening: see the log\n");
@@ -180,9 +186,12 @@ TEST_F(ProcessTest, SurvivesClientsThatLeave) {
     ASSERT_TRUE(client.connect(mPort, kReplyBound) && client.sendLine("START(0,1,600,,10)"));
     ASSERT_TRUE(hostLogged("trace: sim0.runAcquisition(1, 600, 1, \"\")\n"));
     client.abort();
-    // The orphaned acquisition's final line goes to whoever is connected when it ends.
-    ASSERT_TRUE(client.connect(mPort, kReplyBound));
-    EXPECT_EQ(client.request("STOP()"), "ERROR: ACQUISITION FAILED");
+    // The orphaned acquisition's final line goes to no one; the host log says so.
+    ASSERT_TRUE(client.connect(mPort, kReplyBound) && client.sendLine("STOP()"));
+    EXPECT_TRUE(hostLogged("[remotectrl] Acquisition on device 0 ended with " +
+                           std::string(protocol::kErrorAcquisitionFailed) +
+                           " after its client left\n"));
+    EXPECT_EQ(client.request("GUI_ISRUNNING(5)"), protocol::kErrorDeviceIndex);
     expectStops(mHost, "znhost");
 }
 
@@ -255,6 +264,30 @@ TEST_F(ProcessTest, RcclientInterruptedDuringStartSendsStopAndWaitsForTheFinalLi
     EXPECT_EQ(ended.out, "ERROR: ACQUISITION FAILED\n");
     EXPECT_EQ(ended.exitCode, 130);
     EXPECT_NE(ended.err.find("interrupted, sending STOP()"), std::string::npos) << ended.err;
+}
+
+// STOP in its own write 0-400 us after START with a file: the simulated device registers its run
+// only once its file is open and drops an abort that comes before, yet every STOP ends the run.
+// A lost STOP shows as a reply that waits for the whole 30 s run.
+TEST_F(ProcessTest, AStopRightAfterStartAlwaysEndsTheRun) {
+    constexpr milliseconds kStopAnswerBound{1500};  // three times the 0.5 s users are promised
+    startServing();
+    RawClient client;
+    ASSERT_TRUE(client.connect(mPort, kStartBound));
+    const int noDelay = 1;  // each write its own segment, at once
+    setsockopt(client.descriptor(), IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
+    std::mt19937 random(22);
+    for (int round = 0; round < 1000; ++round) {
+        ASSERT_TRUE(client.sendText("START(0,1,30,race.txt,10)\n"));
+        const auto stopAt =
+            std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 401);
+        while (std::chrono::steady_clock::now() < stopAt) {
+        }
+        ASSERT_TRUE(client.sendText("STOP()\n"));
+        std::string reply;
+        ASSERT_TRUE(client.readLine(reply, kStopAnswerBound)) << "round " << round;
+        ASSERT_EQ(reply, protocol::kErrorAcquisitionFailed) << "round " << round;
+    }
 }
 
 }  // namespace

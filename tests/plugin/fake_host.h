@@ -11,6 +11,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/interfaces.h"
@@ -42,13 +43,16 @@ public:
     std::atomic<int> setThresholdResult{0};
     std::atomic<int> acqResult{0};
     std::atomic<int> abortResult{-1};
-    std::atomic<bool> blocking{false};  // runAcquisition waits for release() or an abort
+    std::atomic<bool> blocking{false};        // runAcquisition waits for release() or an abort
+    std::atomic<int> registerDelayMicros{0};  // between the call and the run's registration
+    std::atomic<int> endDelayMillis{0};       // between the run's end and the call's return
     // Threshold settings and acquisitions: "threshold 0 2 5.000000", "COUNT TIME FLAG FILE".
     Log calls;
 
     int runAcquisition(int count, double time, int flag, const char* fileName) override {
         calls.add(std::to_string(count) + " " + std::to_string(time) + " " + std::to_string(flag) +
                   " " + fileName);
+        std::this_thread::sleep_for(std::chrono::microseconds(registerDelayMicros));
         std::unique_lock<std::mutex> lock(mMutex);
         mRunning = true;
         mChanged.notify_all();
@@ -57,13 +61,16 @@ public:
                               [&] { return mAborted || mReleased; });
         const bool aborted = mAborted;
         mAborted = mReleased = mRunning = false;
+        lock.unlock();
+        std::this_thread::sleep_for(std::chrono::milliseconds(endDelayMillis));
         return aborted ? abortResult.load() : acqResult.load();
     }
-    // An abort that comes before the run is kept for it: the plug-in can hand every STOP to the
-    // device, but it cannot know when the device has registered its run.
+    // As a real device may: an abort that comes before the run has registered fails and is
+    // forgotten.
     int abortAcquisition() override {
         std::lock_guard<std::mutex> lock(mMutex);
         ++aborts;
+        if (!mRunning) return -1;
         mAborted = true;
         mChanged.notify_all();
         return 0;

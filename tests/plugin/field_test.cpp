@@ -3,10 +3,14 @@
 // that wait for a slow reader, and clients that read nothing.
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
 #include <thread>
 
 #include "net/sockets.h"
-#include "plugin/settings.h"
+#include "plugin/refusals.h"
 #include "tests/plugin/plugin_fixture.h"
 #include "tests/support/row_name.h"
 
@@ -14,53 +18,6 @@ namespace testhost {
 namespace {
 
 using namespace std::chrono_literals;
-
-struct SettingsRow {
-    const char* name;
-    const char* lines;
-    const char* invalid;  // "KEY: VALUE" of the first value that does not parse, or ""
-    int port = 59876;
-};
-
-const SettingsRow kSettingsRows[] = {
-    {"port_not_a_number_is_lenient", "Port=abc\n", ""},
-    {"address", "Address=127.0.0.3\n", ""},
-    {"address_name", "Address=localhost\n", "Address: localhost"},
-    {"address_octet_past_255", "Address=127.0.0.256\n", "Address: 127.0.0.256"},
-    {"allow_list_with_blanks", "AllowFrom= 127.0.0.2 , 10.0.0.0/8\n", ""},
-    {"allow_prefix_past_32", "AllowFrom=10.0.0.0/33\n", "AllowFrom: 10.0.0.0/33"},
-    {"allow_empty_item", "AllowFrom=127.0.0.1,,127.0.0.2\n", "AllowFrom: 127.0.0.1,,127.0.0.2"},
-    {"idle_fraction", "IdleTimeout=0.5\n", ""},
-    {"idle_negative", "IdleTimeout=-1\n", "IdleTimeout: -1"},
-    {"address_checked_first", "IdleTimeout=x\nAddress=y\n", "Address: y"},
-};
-
-class SettingsTest : public ::testing::TestWithParam<SettingsRow> {};
-
-TEST_P(SettingsTest, NamesTheFirstValueThatDoesNotParse) {
-    TempDir dir;
-    writeFile(dir.path() + "/remotectrl.ini", std::string("[Settings]\n") + GetParam().lines);
-    const PluginRemoteCtrl::PluginSettings settings =
-        PluginRemoteCtrl::readPluginSettings(dir.path());
-    const std::string invalid =
-        settings.invalidKey.empty() ? "" : settings.invalidKey + ": " + settings.invalidValue;
-    EXPECT_EQ(invalid, GetParam().invalid);
-    EXPECT_EQ(settings.port, GetParam().port);
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, SettingsTest, ::testing::ValuesIn(kSettingsRows), RowName());
-
-TEST(AllowFrom, MatchesAddressesAndBlocks) {
-    TempDir dir;
-    writeFile(dir.path() + "/remotectrl.ini",
-              "[Settings]\nAllowFrom=10.1.2.3/8, 192.168.1.7, 172.16.0.0/12\n");
-    const auto allowFrom = PluginRemoteCtrl::readPluginSettings(dir.path()).allowFrom;
-    for (const char* allowed : {"10.200.0.1", "192.168.1.7", "172.31.255.255"})
-        EXPECT_TRUE(PluginRemoteCtrl::isAllowed(allowFrom, allowed)) << allowed;
-    for (const char* refused : {"11.0.0.1", "192.168.1.8", "172.32.0.0", ""})
-        EXPECT_FALSE(PluginRemoteCtrl::isAllowed(allowFrom, refused)) << refused;
-    EXPECT_TRUE(PluginRemoteCtrl::isAllowed({{0, 0}}, "1.2.3.4"));
-}
 
 TEST_F(PluginTest, AValueThatDoesNotParseLeavesNoServer) {
     writeSettings("AllowFrom=127.0.0.300\n");
@@ -77,10 +34,51 @@ TEST_F(PluginTest, ClientsOutsideAllowFromAreRefusedBeforeAnyLine) {
     EXPECT_TRUE(client.readLine(reply, kReplyBound));
     EXPECT_EQ(reply, "ERROR: ACCESS DENIED");
     EXPECT_TRUE(client.waitForClose(kReplyBound));
+    for (int again = 0; again < 3; ++again) {  // within the log's window: not logged
+        ASSERT_TRUE(client.connect(port, kStartBound));
+        EXPECT_TRUE(client.waitForClose(kReplyBound));
+    }
     EXPECT_TRUE(waitForLog("remotectrl|0|Refused connection from 127.0.0.1"));
     Client allowed;
     ASSERT_TRUE(allowed.connect(port, kStartBound, {"127.0.0.1", "127.0.0.2"}));
     EXPECT_EQ(allowed.exchange("GUI_ISRUNNING(0)"), "NO");
+    EXPECT_EQ(host.logged.lines().size(), 1u);
+}
+
+struct RefusalRow {
+    const char* name;
+    std::vector<std::pair<const char*, double>> refusals;  // address, seconds
+    const char* lastLine;                                  // logged for the last refusal
+};
+
+const RefusalRow kRefusalRows[] = {
+    {"first", {{"10.0.0.1", 0}}, "Refused connection from 10.0.0.1"},
+    {"within_window", {{"10.0.0.1", 0}, {"10.0.0.1", 9.9}}, ""},
+    {"other_address", {{"10.0.0.1", 0}, {"10.0.0.2", 1}}, "Refused connection from 10.0.0.2"},
+    {"after_window_counts_the_held_back",
+     {{"10.0.0.1", 0}, {"10.0.0.1", 1}, {"10.0.0.1", 2}, {"10.0.0.1", 10}},
+     "Refused connection from 10.0.0.1 (2 more from 10.0.0.1 not logged)"},
+};
+
+class RefusalLogTest : public ::testing::TestWithParam<RefusalRow> {};
+
+TEST_P(RefusalLogTest, LogsOneLinePerAddressAndWindow) {
+    PluginRemoteCtrl::RefusalLog log;
+    std::string line;
+    for (const auto& [address, at] : GetParam().refusals)
+        line = log.refused(address, at);
+    EXPECT_EQ(line, GetParam().lastLine);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, RefusalLogTest, ::testing::ValuesIn(kRefusalRows), RowName());
+
+TEST(RefusalLog, StaysBoundedWhateverTheNumberOfAddresses) {
+    PluginRemoteCtrl::RefusalLog log;
+    int logged = 0;
+    for (int i = 0; i < 3000; ++i)
+        logged += !log.refused("10.0." + std::to_string(i / 256) + "." + std::to_string(i % 256), 0)
+                       .empty();
+    EXPECT_EQ(logged, static_cast<int>(PluginRemoteCtrl::RefusalLog::kTrackedAddresses) + 1);
 }
 
 TEST_F(PluginTest, ListensOnTheConfiguredAddressOnly) {
@@ -123,16 +121,24 @@ TEST_F(PluginTest, ALineThatArrivesSlowlyIsCarriedOutWhole) {
     EXPECT_EQ(host.devControl.calls.lines(), std::vector<std::string>{"start dev0"});
 }
 
-// Either the plug-in sees the STOP before it calls the device, or it hands the STOP to the device,
-// so every round ends in the abort's failure; a lost STOP leaves the device waiting.
-TEST_F(PluginTest, AStopSentWithItsStartIsNotLost) {
+// A STOP in START's own write comes before the device is called, and the run never starts; one
+// that comes after the call but before the device has registered its run is refused by the device
+// and must be repeated. A lost STOP leaves the device waiting.
+TEST_F(PluginTest, AStopRightAfterStartIsNeverLost) {
     dev0.blocking = true;
+    dev0.registerDelayMicros = 100000;  // an abort within this window fails and is forgotten
     start();
-    for (int round = 0; round < 10; ++round) {
-        ASSERT_TRUE(client.sendText("START(0,1,1,f,10)\nSTOP()\n"));
+    for (const bool afterTheCall : {false, true}) {
+        const size_t callsBefore = dev0.calls.lines().size();
+        ASSERT_TRUE(
+            client.sendText(afterTheCall ? "START(0,1,1,f,10)\n" : "START(0,1,1,f,10)\nSTOP()\n"));
+        if (afterTheCall) {
+            ASSERT_TRUE(waitUntil([&] { return dev0.calls.lines().size() == callsBefore + 2; }));
+            ASSERT_TRUE(client.sendText("STOP()\n"));
+        }
         std::string reply;
-        ASSERT_TRUE(client.readLine(reply, kReplyBound)) << "round " << round;
-        EXPECT_EQ(reply, "ERROR: ACQUISITION FAILED") << "round " << round;
+        ASSERT_TRUE(client.readLine(reply, kReplyBound)) << "after the call: " << afterTheCall;
+        EXPECT_EQ(reply, "ERROR: ACQUISITION FAILED");
     }
 }
 
@@ -186,6 +192,34 @@ TEST_F(PluginTest, AClientThatReadsNothingIsDisconnectedAndLogged) {
     Flood flood(client);
     EXPECT_TRUE(waitForLog("remotectrl|0|Disconnected client 127.0.0.1"));
     EXPECT_TRUE(client.waitForClose(kReplyBound));
+}
+
+// The final reply belongs to the session that started the acquisition: a later client never
+// receives it, and the host log says where it went.
+TEST_F(PluginTest, AnAcquisitionRepliesOnlyToTheSessionThatStartedIt) {
+    dev0.blocking = true;
+    start();
+    EXPECT_EQ(client.exchange("START(0,1,1,f,10)"), "");
+    ASSERT_TRUE(dev0.waitUntilRunning());
+    client.close();
+    RawClient next;
+    ASSERT_TRUE(next.connect(port, kStartBound));
+    EXPECT_EQ(next.request("GUI_ISRUNNING(1)"), "NO");  // the next session is being served
+    dev0.release();
+    EXPECT_TRUE(
+        waitForLog("remotectrl|0|Acquisition on device 0 ended with OK after its client left"));
+    EXPECT_EQ(next.request("GUI_ISRUNNING(1)"), "NO");
+}
+
+TEST_F(PluginTest, AcceptedConnectionsSendEachReplyAtOnce) {
+    start();
+    EXPECT_EQ(client.exchange("GUI_ISRUNNING(0)"), "NO");
+    int noDelay = 0;
+    socklen_t size = sizeof noDelay;
+    const int server = peerDescriptor(client.descriptor());
+    ASSERT_GE(server, 0);
+    ASSERT_EQ(getsockopt(server, IPPROTO_TCP, TCP_NODELAY, &noDelay, &size), 0);
+    EXPECT_NE(noDelay, 0);
 }
 
 }  // namespace

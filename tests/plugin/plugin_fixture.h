@@ -90,14 +90,22 @@ protected:
         plugin.onClose();
         started = false;
     }
-    // Polls the host's log until a line holds `text`; false when the bound passes first.
-    bool waitForLog(const std::string& text) {
+    // Polls until `condition` holds; false when the bound passes first.
+    template <typename Condition>
+    static bool waitUntil(Condition condition) {
         for (int i = 0; i < 500; ++i) {
-            for (const std::string& line : host.logged.lines())
-                if (line.find(text) != std::string::npos) return true;
+            if (condition()) return true;
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
         return false;
+    }
+    // Polls the host's log until a line holds `text`.
+    bool waitForLog(const std::string& text) {
+        return waitUntil([&] {
+            for (const std::string& line : host.logged.lines())
+                if (line.find(text) != std::string::npos) return true;
+            return false;
+        });
     }
     void writeSettings(const std::string& lines) {
         writeFile(settingsDir.path() + "/remotectrl.ini",

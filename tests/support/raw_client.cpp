@@ -147,3 +147,27 @@ void RawClient::close() {
 }
 
 }  // namespace testsupport
+
+namespace testsupport {
+
+int peerDescriptor(int fd) {
+    sockaddr_in local{}, peer{};
+    socklen_t size = sizeof local;
+    if (getsockname(fd, reinterpret_cast<sockaddr*>(&local), &size) != 0) return -1;
+    size = sizeof peer;
+    if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) != 0) return -1;
+    for (int candidate = 0; candidate < 1024; ++candidate) {
+        sockaddr_in candidateLocal{}, candidatePeer{};
+        socklen_t localSize = sizeof candidateLocal, peerSize = sizeof candidatePeer;
+        if (candidate == fd ||
+            getsockname(candidate, reinterpret_cast<sockaddr*>(&candidateLocal), &localSize) != 0 ||
+            getpeername(candidate, reinterpret_cast<sockaddr*>(&candidatePeer), &peerSize) != 0)
+            continue;
+        if (candidateLocal.sin_port == peer.sin_port && candidatePeer.sin_port == local.sin_port &&
+            candidateLocal.sin_addr.s_addr == peer.sin_addr.s_addr)
+            return candidate;
+    }
+    return -1;
+}
+
+}  // namespace testsupport

@@ -18,6 +18,10 @@ struct Endpoint {
     int receiveBuffer = 0;               // SO_RCVBUF when above 0, so replies back up early
 };
 
+// The descriptor of this process's end of the connection whose other end is `fd` (a server
+// running in the test's own process), or -1.
+int peerDescriptor(int fd);
+
 class RawClient {
 public:
     RawClient() = default;
@@ -41,6 +45,7 @@ public:
     // Closes at once with a reset instead of an orderly shutdown.
     void abort();
     void close();
+    int descriptor() const { return mFd; }
 
 private:
     int mFd = -1;
