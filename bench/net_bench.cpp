@@ -5,7 +5,6 @@
 // second time under `taskset -c 0`; the servers inherit the affinity) and "unpinned" otherwise.
 // Never asserts: a figure that could not be taken prints as n/a with the reason in its detail.
 #include <sched.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -13,7 +12,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -24,8 +22,10 @@
 #include "bench/bench_host.h"
 #include "bench/loopback.h"
 #include "bench/reference_server.h"
+#include "bench/round_trip.h"
 #include "bench/stats.h"
 #include "bench/table.h"
+#include "bench/znhost_server.h"
 #include "tests/support/files.h"
 #include "tests/support/process.h"
 #include "tests/support/raw_client.h"
@@ -48,10 +48,7 @@ constexpr size_t kPipelinedWrite = 64 * 1024;
 constexpr int kWarmUpAcquisitions = 10;
 constexpr int kAcquisitions = 200;
 
-constexpr double kIoTimeout = 5.0;          // any single send or receive
-constexpr double kPipelinedTimeout = 30.0;  // the reply after the whole pipelined batch
-constexpr double kStartTimeout = 10.0;      // znhost's "ready", the plug-in's first accept
-constexpr std::chrono::milliseconds kStopTimeout{3000};
+constexpr double kPipelinedTimeout = 30.0;        // the reply after the whole pipelined batch
 constexpr unsigned kServerLifetimeSeconds = 300;  // a reference server's last resort
 
 constexpr const char* kIsRunning = "GUI_ISRUNNING(0)\n";
@@ -67,61 +64,10 @@ struct Server {
     std::string failure;  // why it is not running; empty when it is
 };
 
-// What one measured run yields: either figures or the reason there are none.
-struct Run {
-    static Run failed(std::string why) {
-        Run run;
-        run.failure = std::move(why);
-        return run;
-    }
-
-    std::string failure;
-    double perSecond = kNoFigure;
-    std::vector<double> latencies;  // seconds
-};
-
 bool isPinned() {
     cpu_set_t cpus;
     CPU_ZERO(&cpus);
     return sched_getaffinity(0, sizeof cpus, &cpus) == 0 && CPU_COUNT(&cpus) == 1;
-}
-
-// The plug-in starts listening on its own thread after znhost says "ready"; connect until it
-// accepts or the start time-out passes.
-int connectWhenListening(int port) {
-    const double deadline = monotonicSeconds() + kStartTimeout;
-    for (;;) {
-        const int fd = connectLoopback(port, kIoTimeout);
-        if (fd >= 0 || monotonicSeconds() >= deadline) return fd;
-        usleep(10000);
-    }
-}
-
-// Sends `request` and reads one reply line per exchange; `expected` says which replies count.
-Run exchange(int port, const char* request, int warmUp, int measured,
-             const std::function<bool(const std::string&)>& expected) {
-    Run run;
-    const int fd = connectWhenListening(port);
-    if (fd < 0) return Run::failed("cannot connect: " + std::string(std::strerror(errno)));
-    LineReader reader(fd);
-    const size_t length = std::strlen(request);
-    std::string reply;
-    run.latencies.reserve(static_cast<size_t>(measured));
-    double measuredStart = monotonicSeconds();
-    for (int i = 0; i < warmUp + measured && run.failure.empty(); ++i) {
-        if (i == warmUp) measuredStart = monotonicSeconds();
-        const double sent = monotonicSeconds();
-        if (!sendAll(fd, request, length) || !reader.readLine(reply)) {
-            run.failure = "no reply (time-out or closed)";
-        } else if (!expected(reply)) {
-            run.failure = "unexpected reply \"" + reply + "\"";
-        } else if (i >= warmUp) {
-            run.latencies.push_back(monotonicSeconds() - sent);
-        }
-    }
-    if (run.failure.empty()) run.perSecond = measured / (monotonicSeconds() - measuredStart);
-    close(fd);
-    return run;
 }
 
 bool isRunningReply(const std::string& reply) {
@@ -129,12 +75,12 @@ bool isRunningReply(const std::string& reply) {
 }
 
 Run roundTrips(int port) {
-    return exchange(port, kIsRunning, kWarmUpRoundTrips, kRoundTrips, isRunningReply);
+    return exchange(port, {kIsRunning, 1, isRunningReply, kWarmUpRoundTrips, kRoundTrips});
 }
 
 Run acquisitions(int port) {
-    return exchange(port, kStart, kWarmUpAcquisitions, kAcquisitions,
-                    [](const std::string& reply) { return reply == "OK"; });
+    return exchange(port, {kStart, 1, [](const std::string& reply) { return reply == "OK"; },
+                           kWarmUpAcquisitions, kAcquisitions});
 }
 
 const std::string& pipelinedPayload() {
@@ -247,15 +193,11 @@ Server prepareSettings(const std::string& name, const std::string& folder) {
     return server;
 }
 
-Server startZnhost(const TempDir& dir, ChildProcess& process) {
-    Server server = prepareSettings("plug-in", dir.file("znhost"));
-    const std::vector<std::string> argv{programDir() + "/znhost", "--settings-dir",
-                                        dir.file("znhost"), "--data-dir", dir.file("znhost")};
-    const auto bound = std::chrono::milliseconds(static_cast<long>(kStartTimeout * 1000));
-    if (server.failure.empty() &&
-        (!process.start(argv, dir.file("znhost.out"), dir.file("znhost.log")) ||
-         !testsupport::waitForFileText(dir.file("znhost.out"), "ready\n", bound)))
-        server.failure = "znhost did not start";
+Server startPluginInZnhost(const TempDir& dir, ChildProcess& process) {
+    Server server{"plug-in", testsupport::freeLoopbackPort()};
+    const std::string folder = dir.file("znhost");
+    server.failure = mkdir(folder.c_str(), 0755) == 0 ? startZnhost(folder, server.port, process)
+                                                      : "cannot create " + folder;
     return server;
 }
 
@@ -294,7 +236,7 @@ void run(bool header) {
     const std::string mode = pinned ? "pinned" : "unpinned";
     TempDir dir;
     std::vector<ChildProcess> processes(kServerCount);
-    const std::vector<Server> servers{startZnhost(dir, processes[kPlugin]),
+    const std::vector<Server> servers{startPluginInZnhost(dir, processes[kPlugin]),
                                       startReference(ReadStyle::Limit, processes[kLimit]),
                                       startReference(ReadStyle::SameIo, processes[kSameIo]),
                                       startPluginAlone(dir, processes[kPluginAlone])};
@@ -314,10 +256,8 @@ void run(bool header) {
     row.target = valueBelow(1.0);
     printRow(row);
 
-    for (ChildProcess& process : processes) {
-        process.sendSignal(SIGTERM);
-        if (!process.waitForExit(kStopTimeout)) process.kill();
-    }
+    for (ChildProcess& process : processes)
+        stopServer(process);
 }
 
 }  // namespace
