@@ -528,6 +528,10 @@ int TCPSocket::setNoDelay() {
     return checked(setOption(mSockDesc, IPPROTO_TCP, TCP_NODELAY, 1), "setsockopt TCP_NODELAY");
 }
 
+int TCPSocket::setCork(bool on) {
+    return checked(setOption(mSockDesc, IPPROTO_TCP, TCP_CORK, on ? 1 : 0), "setsockopt TCP_CORK");
+}
+
 TCPServerSocket::TCPServerSocket() : Socket(SOCK_STREAM, IPPROTO_TCP) {}
 
 int TCPServerSocket::startServer(unsigned short localPort, int queueLen) {

@@ -165,6 +165,10 @@ public:
     void setMaxLineLength(size_t maxBytes) { mMaxLineLength = maxBytes; }
     // Keeps text that arrived before a getLine time-out for the next call (off by default).
     void setKeepPartialLines(bool keep) { mKeepPartialLines = keep; }
+    // True when a complete line is buffered, so the next getLine returns without waiting.
+    bool hasBufferedLine() const {
+        return !mDiscarding && mLineBuffer.find('\n', mSearchFrom) != std::string::npos;
+    }
     // 0 when the descriptor is readable, -10 or -12; ignores lines already buffered.
     int recvReady(double timeout);
     std::string getForeignAddress() const;
@@ -206,6 +210,9 @@ public:
 
     // Sends small writes at once instead of gathering them (TCP_NODELAY); 0 or -1.
     int setNoDelay();
+    // While on, sends are gathered into full segments (TCP_CORK); turning it off sends what was
+    // gathered at once. The kernel sends gathered data after 200 ms whatever the setting. 0 or -1.
+    int setCork(bool on);
 };
 
 class TCPServerSocket : public Socket {

@@ -46,7 +46,13 @@ void handleClient(SessionId id, TCPSocket& client, const SessionContext& context
         // A closed peer yields its unterminated rest once, then an empty line.
         const std::string_view trimmed = protocol::trimLineEnd(line);
         if (protocol::endsSession(trimmed)) return;
+        // The replies to lines that came together go out together: with a command and the sync
+        // line in one write, both replies leave in one segment, so the client waits for one
+        // round trip rather than two.
+        const bool moreLinesWaiting = client.hasBufferedLine();
+        if (moreLinesWaiting) client.setCork(true);
         context.commands.processCommandString(id, trimmed);
+        if (!moreLinesWaiting) client.setCork(false);
     }
 }
 

@@ -10,7 +10,8 @@
 // The session ends on a stop request (seen within a second), and after IdleTimeout seconds without
 // a line unless an acquisition it started is running. Every accepted connection has TCP_NODELAY:
 // replies are single short lines that a client waits for, which Nagle's algorithm would hold back
-// for the peer's delayed acknowledgement.
+// for the peer's delayed acknowledgement; the replies to lines that arrived together leave
+// together.
 #pragma once
 
 #include <atomic>
