@@ -2,6 +2,8 @@
 // paths, the simulated devices, devcontrol and host core, and the plug-in module loaded into that
 // host and unloaded again.
 #include <dlfcn.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -185,6 +187,19 @@ TEST(RcclientConnect, NamesAHostThatDoesNotResolve) {
     auto lookUp = [](const std::string&, std::string&) { return false; };
     EXPECT_FALSE(rcclient::connectToServer(socket, "nowhere", 1, 1, error, lookUp));
     EXPECT_EQ(error, "cannot resolve nowhere");
+}
+
+// A command and its sync line must not wait for the server's delayed acknowledgement.
+TEST(RcclientConnect, SendsEachWriteAtOnce) {
+    TCPServerSocket server;
+    ASSERT_EQ(server.startServer("127.0.0.1", 0, 1), 0);
+    TCPSocket socket;
+    std::string error;
+    ASSERT_TRUE(rcclient::connectToServer(socket, "127.0.0.1", server.getLocalPort(), 1, error));
+    int noDelay = 0;
+    socklen_t size = sizeof noDelay;
+    ASSERT_EQ(getsockopt(socket.getDescriptor(), IPPROTO_TCP, TCP_NODELAY, &noDelay, &size), 0);
+    EXPECT_NE(noDelay, 0);
 }
 
 TEST(DataPath, OnlyRelativeNamesWithoutDotDotComponentsAreSafe) {
