@@ -11,9 +11,7 @@ namespace rcclient {
 namespace {
 
 std::string lowerTrimmed(std::string_view line) {
-    std::string text(line);
-    text.erase(0, std::min(text.find_first_not_of(" \t\r\n"), text.size()));
-    text.erase(text.find_last_not_of(" \t\r\n") + 1);
+    std::string text = str::trim(std::string(line), " \t\r\n");
     std::transform(text.begin(), text.end(), text.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return text;

@@ -9,9 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "protocol/settings_file.h"
+
 namespace rcclient {
 
-constexpr unsigned short kDefaultPort = 59876;
+constexpr unsigned short kDefaultPort = protocol::kDefaultPort;
 constexpr double kDefaultTimeout = 5.0;
 
 struct ClientOptions {
