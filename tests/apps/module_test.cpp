@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <thread>
 
 #include "apps/znhost/pluginloader.h"
@@ -25,6 +24,7 @@ long threadCount() {
     return count;
 }
 
+// CTest runs each test in a process of its own: this one leaves the module pinned in its process.
 TEST(ModulePin, AThreadThatOutlivesOnCloseKeepsTheModuleMapped) {
     TempDir settings;
     const int port = freeLoopbackPort();
