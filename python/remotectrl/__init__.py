@@ -5,12 +5,31 @@
         c.start(0, 10, 0.1, "run.txt", 10)    # returns when the acquisition has ended
         print(c.gui_is_running(0))
 
+Every exception it raises is a RemoteCtrlError (see remotectrl.errors).
 remotectrl.tango holds RemoteCtrlDS, a Tango device server built on the client (needs PyTango).
 """
 
-from .client import DEFAULT_PORT, Client
-from .errors import AcquisitionFailed, RemoteError
+from ._version import __version__
+from .client import DEFAULT_PORT, Client, FileName, Progress
+from .errors import (
+    AcquisitionFailed,
+    ConnectionFailed,
+    ProtocolError,
+    RemoteCtrlError,
+    RemoteError,
+    ReplyTimeout,
+)
 
-__version__ = "0.1.0"
-
-__all__ = ["Client", "RemoteError", "AcquisitionFailed", "DEFAULT_PORT", "__version__"]
+__all__ = [
+    "Client",
+    "DEFAULT_PORT",
+    "FileName",
+    "Progress",
+    "RemoteCtrlError",
+    "RemoteError",
+    "AcquisitionFailed",
+    "ProtocolError",
+    "ReplyTimeout",
+    "ConnectionFailed",
+    "__version__",
+]

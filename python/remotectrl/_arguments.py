@@ -1,19 +1,21 @@
 """Writing method arguments into a command line that the plug-in reads back unchanged.
 
-Every refusal is a ValueError raised before anything is sent:
+Every refusal is raised before anything is sent: TypeError for a value of the wrong type,
+ValueError for one the server would read back differently.
 - whole numbers (device index, count) must be ``int`` (not ``bool``) within the server's 32-bit
   signed range, and are written in decimal;
 - real numbers (time, threshold) must be ``int`` or ``float`` (not ``bool``), finite, and exactly
   representable as a double; they are written with ``repr``, the shortest text that reads back
   as the same double;
-- texts must not hold "(" (the server splits the line there before it looks at quotes), a line
-  end, or NUL (the server hands file names on as zero-terminated strings). A text that holds a
-  comma or has blanks at its ends is quoted; either way the finished line is parsed with the
-  server's rules and refused unless every argument comes back exactly as given.
+- texts must be ``str`` and must not hold "(" (the server splits the line there before it looks
+  at quotes), a line end, or NUL (the server hands file names on as zero-terminated strings). A
+  text that holds a comma or has blanks at its ends is quoted; either way the finished line is
+  parsed with the server's rules and refused unless every argument comes back exactly as given.
 """
 
 import math
 import numbers
+from typing import List, NamedTuple, Sequence
 
 from . import _syntax
 
@@ -21,18 +23,26 @@ INT_MIN = -(2**31)
 INT_MAX = 2**31 - 1
 
 
-def whole_number(name, value):
+class Argument(NamedTuple):
+    """One checked argument, made by whole(), real() or text()."""
+
+    label: str  # the parameter's name, for messages
+    text: str  # as the server must receive it
+    is_text: bool  # free text, written plain or quoted; numbers are written as they are
+
+
+def whole(name: str, value: object) -> Argument:
     if isinstance(value, bool) or not isinstance(value, numbers.Integral):
-        raise ValueError("%s must be a whole number, not %r" % (name, value))
-    value = int(value)
-    if not INT_MIN <= value <= INT_MAX:
-        raise ValueError("%s %d is outside the server's range %d..%d" % (name, value, INT_MIN, INT_MAX))
-    return str(value)
+        raise TypeError("%s must be an int, not %r" % (name, value))
+    number = int(value)
+    if not INT_MIN <= number <= INT_MAX:
+        raise ValueError("%s %d is outside the server's range %d..%d" % (name, number, INT_MIN, INT_MAX))
+    return Argument(name, str(number), False)
 
 
-def real_number(name, value):
+def real(name: str, value: object) -> Argument:
     if isinstance(value, bool) or not isinstance(value, (numbers.Integral, float)):
-        raise ValueError("%s must be a number, not %r" % (name, value))
+        raise TypeError("%s must be an int or a float, not %r" % (name, value))
     try:
         as_float = float(value)
     except OverflowError:
@@ -41,36 +51,32 @@ def real_number(name, value):
         raise ValueError("%s must be finite, not %r" % (name, value))
     if isinstance(value, numbers.Integral) and int(as_float) != value:
         raise ValueError("%s %d is not exactly representable as a double" % (name, value))
-    return repr(as_float)
+    return Argument(name, repr(as_float), False)
 
 
-def _check_text(name, text):
-    if not isinstance(text, str):
-        raise ValueError("%s must be a str, not %r" % (name, text))
+def text(name: str, value: object) -> Argument:
+    if not isinstance(value, str):
+        raise TypeError("%s must be a str, not %r" % (name, value))
     for forbidden, what in (("(", '"("'), ("\n", "a line end"), ("\r", "a line end"), ("\0", "NUL")):
-        if forbidden in text:
-            raise ValueError("%s %r holds %s, which the command language cannot carry" % (name, text, what))
+        if forbidden in value:
+            raise ValueError("%s %r holds %s, which the command language cannot carry" % (name, value, what))
+    return Argument(name, value, True)
 
 
-def _needs_quotes(text):
-    return "," in text or text != text.strip(" ")
+def _needs_quotes(value: str) -> bool:
+    return "," in value or value != value.strip(" ")
 
 
-def _candidates(text):
-    quoted = '"' + text + '"'
-    return [quoted] if _needs_quotes(text) else [text, quoted]
+def _candidates(value: str) -> List[str]:
+    quoted = '"' + value + '"'
+    return [quoted] if _needs_quotes(value) else [value, quoted]
 
 
-def command_line(name, values):
-    """``NAME(a,b,...)`` from ``values``, a list of (label, text, is_text) tuples.
-
-    Text values get whichever written form (plain, else quoted) survives the server's parsing.
-    """
-    for label, text, is_text in values:
-        if is_text:
-            _check_text(label, text)
-    written = [[text] if not is_text else _candidates(text) for _, text, is_text in values]
-    wanted = [text for _, text, _ in values]
+def command_line(name: str, values: Sequence[Argument]) -> str:
+    """``NAME(a,b,...)`` from ``values``; a text gets whichever written form (plain, else quoted)
+    survives the server's parsing."""
+    written = [_candidates(value.text) if value.is_text else [value.text] for value in values]
+    wanted = [value.text for value in values]
     chosen = [options[0] for options in written]
     for index, options in enumerate(written):
         for option in options:
@@ -78,17 +84,16 @@ def command_line(name, values):
             if _survives(name, chosen, wanted, index):
                 break
         else:
-            label, text, _ = values[index]
-            raise ValueError("%s %r cannot be carried unchanged by the command language" % (label, text))
-    line = "%s(%s)" % (name, ",".join(chosen))
-    if not _survives(name, chosen, wanted, len(chosen) - 1):
-        raise ValueError("%s cannot be carried unchanged by the command language" % line)
-    return line
+            raise ValueError(
+                "%s %r cannot be carried unchanged by the command language" % (values[index].label, wanted[index])
+            )
+    return "%s(%s)" % (name, ",".join(chosen))
 
 
-def _survives(name, chosen, wanted, index):
+def _survives(name: str, chosen: List[str], wanted: List[str], index: int) -> bool:
     # The arguments after `index` are not settled yet; only a prefix is checked, which is enough
     # because a closed quoted argument never affects the pieces after it.
     line = "%s(%s)" % (name, ",".join(chosen[: index + 1]))
     parsed = _syntax.parse_command(line)
-    return parsed.kind == "command" and parsed.args == wanted[: index + 1]
+    return parsed.kind == _syntax.LineKind.COMMAND and parsed.args == wanted[: index + 1]
+

@@ -19,71 +19,77 @@ still arrive later and are then matched to it, not to the next command.
 """
 
 import collections
+import enum
 import logging
+from typing import Deque, List, Optional, Tuple
 
-from . import _syntax
+from . import _wire
+from ._syntax import PairingKind
 
 log = logging.getLogger("remotectrl")
 
-# What a received line turned out to be, as Pairing.take() reports it.
-REPLY = "reply"  # a reply to a sent command
-FINAL = "final"  # the final line of this client's acquisition
-STRAY = "stray"  # a final line that belongs to an earlier client: dropped
+
+class Routed(enum.Enum):
+    """What a received line turned out to be, as Pairing.take() reports it."""
+
+    REPLY = "reply"  # a reply to a sent command, or a line no command waits for (dropped)
+    FINAL = "final"  # the final line of this client's acquisition
+    STRAY = "stray"  # a final line that belongs to an earlier client: dropped
 
 
 class Command:
     __slots__ = ("kind", "replies", "done", "held_final")
 
-    def __init__(self, kind):
+    def __init__(self, kind: PairingKind) -> None:
         self.kind = kind
-        self.replies = []
+        self.replies: List[str] = []
         self.done = False
-        self.held_final = None
+        self.held_final: Optional[str] = None
 
-    def refused(self):
-        return any(reply.startswith("ERROR: ") for reply in self.replies)
+    def refused(self) -> bool:
+        return any(_wire.is_error(reply) for reply in self.replies)
 
 
 class Pairing:
-    def __init__(self):
-        self._queue = collections.deque()
+    def __init__(self) -> None:
+        self._queue: Deque[Command] = collections.deque()
         # Accepted STARTs whose final line has not arrived. More than one only in a race: the
         # server can accept a new START just before the previous acquisition sends its final line.
         self._pending = 0
         # The latest final line of this client's acquisitions, once it has arrived and until it is
         # taken.
-        self.final = None
+        self.final: Optional[str] = None
 
     @property
-    def acquisition_pending(self):
+    def acquisition_pending(self) -> bool:
         return self._pending > 0
 
-    def sent(self, kind):
+    def sent(self, kind: PairingKind) -> Command:
         command = Command(kind)
         self._queue.append(command)
         return command
 
-    def take(self, line):
+    def take(self, line: str) -> List[Tuple[Routed, str]]:
         """Routes one received line (without its line feed).
 
-        Returns what the lines it settles turned out to be, in order, as (REPLY, FINAL or STRAY,
-        line) pairs: none for a START's sync reply or for a final line held until that START's
-        fate is known, the held line once it is.
+        Returns what the lines it settles turned out to be, in order: none for a START's sync
+        reply or for a final line held until that START's fate is known, the held line once it is.
+        A line that no command waits for is dropped with a warning.
         """
-        routed = []
-        if line in _syntax.FINAL_REPLIES:
+        routed: List[Tuple[Routed, str]] = []
+        if _wire.is_final(line):
             self._take_final(line, routed)
-        elif self._queue and line == _syntax.SYNC_REPLY:
+        elif self._queue and line == _wire.SYNC_REPLY:
             self._complete(self._queue.popleft(), line, routed)
         else:
             if self._queue:
                 self._queue[0].replies.append(line)
             else:
                 log.warning("dropped %r: no command of this client was waiting for a reply", line)
-            routed.append((REPLY, line))
+            routed.append((Routed.REPLY, line))
         return routed
 
-    def _take_final(self, line, routed):
+    def _take_final(self, line: str, routed: List[Tuple[Routed, str]]) -> None:
         if self._pending > 0:
             self._pending -= 1
             self._final(line, routed)
@@ -92,19 +98,19 @@ class Pairing:
         else:
             _drop_stray(line, routed)
 
-    def _front_start_may_own(self):
+    def _front_start_may_own(self) -> bool:
         # Only the oldest unanswered command can be the one the server is working on.
         if not self._queue:
             return False
         front = self._queue[0]
-        return front.kind == _syntax.START and front.held_final is None and not front.refused()
+        return front.kind == PairingKind.START and front.held_final is None and not front.refused()
 
-    def _complete(self, command, line, routed):
-        if command.kind == _syntax.SELF_SYNC:
+    def _complete(self, command: Command, line: str, routed: List[Tuple[Routed, str]]) -> None:
+        if command.kind == PairingKind.SELF_SYNC:
             command.replies.append(line)
-            routed.append((REPLY, line))
+            routed.append((Routed.REPLY, line))
         command.done = True
-        if command.kind != _syntax.START:
+        if command.kind != PairingKind.START:
             return
         if command.refused():
             if command.held_final is not None:
@@ -114,14 +120,14 @@ class Pairing:
         else:
             self._pending += 1
 
-    def _final(self, line, routed):
+    def _final(self, line: str, routed: List[Tuple[Routed, str]]) -> None:
         self.final = line
-        routed.append((FINAL, line))
+        routed.append((Routed.FINAL, line))
 
 
-def _drop_stray(line, routed):
+def _drop_stray(line: str, routed: List[Tuple[Routed, str]]) -> None:
     log.warning(
         "dropped %r: no acquisition of this client was pending, so it ends an earlier client's START",
         line,
     )
-    routed.append((STRAY, line))
+    routed.append((Routed.STRAY, line))

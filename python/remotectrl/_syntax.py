@@ -15,21 +15,38 @@ argument; an argument left open at the end is dropped; a piece that is a lone qu
 taken apart at all (``parse_command`` then reports a syntax error).
 """
 
-SESSION_END = "session-end"
-SELF_SYNC = "self-sync"
-START = "start"
-OTHER = "other"
+import enum
+from typing import List, Optional, Sequence
 
-SYNC_COMMAND = "GUI_SETFILE()"
-SYNC_REPLY = "ERROR: INVALID NUMBER OF PARAMETERS (MUST BE 2)"
-REPLY_OK, REPLY_YES, REPLY_NO = "OK", "YES", "NO"
-FINAL_REPLIES = (REPLY_OK, "ERROR: ACQUISITION FAILED")
-COMMANDS = ("START", "STOP", "GUI_START", "GUI_SETFILE", "GUI_ISRUNNING", "GUI_STOP")
+from . import _wire
+
+# tango.py reads the replies here.
+from ._wire import REPLY_NO as REPLY_NO
+from ._wire import REPLY_OK as REPLY_OK
+from ._wire import REPLY_YES as REPLY_YES
+
+
+class PairingKind(enum.Enum):
+    """How the replies of a line are paired (see classify)."""
+
+    SESSION_END = "session-end"  # the server ends the session: no reply, no sync line
+    SELF_SYNC = "self-sync"  # answered by the sync text itself: sent without the sync line
+    START = "start"  # may send a final line after its sync reply
+    OTHER = "other"  # everything else: sent followed by the sync line
+
+
+class LineKind(enum.Enum):
+    """What the server makes of a trimmed line."""
+
+    IGNORED = "ignored"  # no "(": nothing happens
+    SYNTAX_ERROR = "syntax-error"  # a lone double quote among the arguments
+    COMMAND = "command"
+
 
 _QUOTE = '"'
 
 
-def _trim_blanks(text, leading=True, trailing=True):
+def _trim_blanks(text: str, leading: bool = True, trailing: bool = True) -> str:
     if leading:
         text = text.lstrip(" ")
     if trailing:
@@ -37,10 +54,10 @@ def _trim_blanks(text, leading=True, trailing=True):
     return text
 
 
-def tokenize(text):
+def tokenize(text: str) -> Optional[List[str]]:
     """Cuts argument text into arguments; None when a piece is a lone double quote."""
-    tokens = []
-    open_token = None
+    tokens: List[str] = []
+    open_token: Optional[str] = None
     for piece in text.split(","):
         lead_trimmed = _trim_blanks(piece, trailing=False)
         trimmed = _trim_blanks(lead_trimmed, leading=False)
@@ -61,34 +78,31 @@ def tokenize(text):
     return tokens
 
 
-def trim_line(line):
+def trim_line(line: str) -> str:
     """The line as the server's session sees it: trailing blanks and line ends removed."""
     return line.rstrip(" \r\n")
 
 
 class ParsedLine:
-    """What the server makes of one trimmed line.
-
-    ``kind`` is "ignored" (no "("), "syntax-error" (a lone quote) or "command"; for a command,
-    ``name`` is as sent and ``args`` are the arguments the handler receives.
-    """
+    """What the server makes of one trimmed line: for a COMMAND, ``name`` is as sent and ``args``
+    are the arguments the handler receives."""
 
     __slots__ = ("kind", "name", "args")
 
-    def __init__(self, kind, name="", args=()):
+    def __init__(self, kind: LineKind, name: str = "", args: Sequence[str] = ()) -> None:
         self.kind = kind
         self.name = name
         self.args = list(args)
 
 
-def parse_command(line):
+def parse_command(line: str) -> ParsedLine:
     pieces = trim_line(line).split("(")
     if len(pieces) < 2:
-        return ParsedLine("ignored")
+        return ParsedLine(LineKind.IGNORED)
     args = tokenize(pieces[1][:-1])
     if args is None:
-        return ParsedLine("syntax-error")
-    return ParsedLine("command", pieces[0], args)
+        return ParsedLine(LineKind.SYNTAX_ERROR)
+    return ParsedLine(LineKind.COMMAND, pieces[0], args)
 
 
 # The server upper-cases names byte by byte in the C locale; str.upper() would also match
@@ -96,29 +110,25 @@ def parse_command(line):
 _ASCII_UPPER = str.maketrans("abcdefghijklmnopqrstuvwxyz", "ABCDEFGHIJKLMNOPQRSTUVWXYZ")
 
 
-def match_command(name):
-    """The command ``name`` stands for, one of COMMANDS, or None for a name the server does not know."""
+def match_command(name: str) -> Optional[str]:
+    """The command ``name`` stands for, one of _wire.COMMANDS, or None for a name the server does
+    not know."""
     upper = name.translate(_ASCII_UPPER)
-    return upper if upper in COMMANDS else None
+    return upper if upper in _wire.COMMANDS else None
 
 
-def classify(line):
-    """How a client pairs the replies of ``line``.
-
-    SESSION_END: the server ends the session (an empty line or "QUIT()"); no reply, no sync.
-    SELF_SYNC: a GUI_SETFILE without two arguments, answered by the sync text itself.
-    START: a START, whose acquisition may send a final line later.
-    OTHER: anything else, followed by the sync line.
-    """
+def classify(line: str) -> PairingKind:
+    """How a client pairs the replies of ``line``: a GUI_SETFILE without two arguments is
+    SELF_SYNC, an empty line or "QUIT()" SESSION_END."""
     trimmed = trim_line(line)
-    if trimmed in ("", "QUIT()"):
-        return SESSION_END
+    if trimmed in ("", _wire.QUIT_LINE):
+        return PairingKind.SESSION_END
     parsed = parse_command(trimmed)
-    if parsed.kind != "command":
-        return OTHER
+    if parsed.kind != LineKind.COMMAND:
+        return PairingKind.OTHER
     command = match_command(parsed.name)
-    if command == "GUI_SETFILE" and len(parsed.args) != 2:
-        return SELF_SYNC
-    if command == "START":
-        return START
-    return OTHER
+    if command == _wire.GUI_SETFILE and len(parsed.args) != 2:
+        return PairingKind.SELF_SYNC
+    if command == _wire.START:
+        return PairingKind.START
+    return PairingKind.OTHER

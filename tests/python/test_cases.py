@@ -5,7 +5,7 @@ import os
 import re
 import unittest
 
-from remotectrl import _pairing, _syntax
+from remotectrl import _pairing, _syntax, _wire
 
 CASES_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), os.pardir, "protocol", "cases")
 ITEM = re.compile(r"((?:\[(?:\\.|[^\\\]])*\])+)|(\S+)")  # adjacent bracketed texts, or a bare word
@@ -27,7 +27,7 @@ def items(row):
 
 
 def with_sync(text):
-    return text.strip(" ").replace("SYNC", _syntax.SYNC_REPLY, 1)
+    return text.strip(" ").replace("SYNC", _wire.SYNC_REPLY, 1)
 
 
 class CaseFileTest(unittest.TestCase):
@@ -43,8 +43,8 @@ class CaseFileTest(unittest.TestCase):
             with self.subTest(where):
                 [line], kind, *command = items(row)
                 parsed = _syntax.parse_command(line)
-                ends = _syntax.classify(line) == _syntax.SESSION_END
-                self.assertEqual("session-end" if ends else parsed.kind, kind)
+                ends = _syntax.classify(line) == _syntax.PairingKind.SESSION_END
+                self.assertEqual("session-end" if ends else parsed.kind.value, kind)
                 if command:
                     [name], matched, args = command
                     known = _syntax.match_command(parsed.name) or "unknown"
@@ -59,7 +59,7 @@ class CaseFileTest(unittest.TestCase):
                     if event.startswith(">"):
                         commands.append(pairing.sent(_syntax.classify(event[1:])))
                     else:
-                        seen += ["%s:%s" % entry for entry in pairing.take(event[1:])]
+                        seen += ["%s:%s" % (kind.value, line) for kind, line in pairing.take(event[1:])]
                 self.assertEqual(seen, [with_sync(entry) for entry in routed.split(";") if entry.strip()])
                 self.assertEqual(pairing.acquisition_pending, state.strip() == "pending")
                 self.assertTrue(all(command.done for command in commands))

@@ -1,16 +1,19 @@
-"""The Client against a real znhost, against a bare loopback socket that answers late, oddly or not
-at all, and how it writes method arguments into a command line."""
+"""The Client against a real znhost, against a loopback peer that answers late, oddly, not at all or
+without end, and how it writes method arguments into a command line."""
 
 import os
 import pathlib
 import socket
+import threading
+import time
 import unittest
 
 import remotectrl
-from remotectrl import _arguments, _syntax
+from remotectrl import _arguments, _wire
 from znhost_process import REPLY_BOUND, Znhost, free_loopback_port, wait_until
 
-SYNC = _syntax.SYNC_REPLY
+SYNC = _wire.SYNC_REPLY
+HELD = object()  # in a peer's script: the rest of the answer waits for Peer.release
 
 
 class ClientTest(unittest.TestCase):
@@ -66,72 +69,153 @@ class ClientTest(unittest.TestCase):
         self.assertEqual(self.client.send_raw("QUIT()"), [])
         self.assertRaises(ConnectionError, self.client.gui_is_running, 0)
 
+    def test_a_client_behind_another_hears_that_the_server_may_be_busy(self):
+        with remotectrl.Client(port=self.port, timeout=0.2) as second:
+            self.assertRaisesRegex(remotectrl.ReplyTimeout, "busy with another", second.gui_is_running, 0)
 
-class BareServerTest(unittest.TestCase):
-    """The test answers by hand: the client's writes wait in the socket buffers, so no thread."""
 
-    def setUp(self):
-        with socket.create_server(("127.0.0.1", 0)) as listener:
-            self.client = remotectrl.Client(port=listener.getsockname()[1], timeout=REPLY_BOUND)
-            self.server = listener.accept()[0]
-        self.addCleanup(self.client.close)
-        self.addCleanup(self.server.close)
-        self.server.settimeout(REPLY_BOUND)
+class Peer:
+    """A loopback server for one client: a thread runs serve(peer, connection) until the test ends."""
 
-    def answer(self, *lines):
-        self.server.sendall("".join(line + "\n" for line in lines).encode())
+    def __init__(self, test, serve):
+        listener = socket.create_server(("127.0.0.1", 0))
+        listener.settimeout(REPLY_BOUND)
+        self.port, self.received = listener.getsockname()[1], b""
+        self.release, self.stopped = threading.Event(), threading.Event()
+        self.thread = threading.Thread(target=self._run, args=(listener, serve))
+        self.thread.start()
+        test.addCleanup(self.thread.join, REPLY_BOUND)
+        test.addCleanup(self.stopped.set)
+
+    def _run(self, listener, serve):
+        try:
+            with listener, listener.accept()[0] as connection:
+                connection.settimeout(REPLY_BOUND)
+                serve(self, connection)
+        except OSError:
+            pass  # no client came, or it has gone
+
+    def lines(self, connection):
+        for line in connection.makefile("rb"):
+            self.received += line
+            yield line.decode().rstrip("\n")
+
+
+def scripted(*script):
+    """Answers each command line with the next answer of ``script`` in one write, up to a HELD,
+    after which the rest waits for peer.release; the sync line gets no answer of its own."""
+    answers = iter(script)
+
+    def serve(peer, connection):
+        write = lambda lines: connection.sendall("".join(line + "\n" for line in lines).encode())
+        for line in peer.lines(connection):
+            if line not in (_wire.SYNC_LINE, _wire.QUIT_LINE):
+                answer = next(answers, [])
+                held = answer.index(HELD) if HELD in answer else len(answer)
+                write(answer[:held])
+                if held < len(answer) and peer.release.wait(REPLY_BOUND):
+                    write(answer[held + 1 :])
+
+    return serve
+
+
+def streaming(chunk, pause):
+    """Sends ``chunk`` every ``pause`` seconds from the first line on, until the test ends."""
+
+    def serve(peer, connection):
+        next(peer.lines(connection))
+        end = time.monotonic() + REPLY_BOUND
+        while not peer.stopped.wait(pause) and time.monotonic() < end:
+            connection.sendall(chunk)
+
+    return serve
+
+
+class PeerTest(unittest.TestCase):
+    def connect(self, serve, timeout=REPLY_BOUND):
+        self.peer = Peer(self, serve)
+        client = remotectrl.Client(port=self.peer.port, timeout=timeout)
+        self.addCleanup(client.close)
+        return client
 
     def test_late_replies_go_to_the_command_that_timed_out_and_odd_ones_raise(self):
-        self.client.timeout = 0.2
-        self.assertRaisesRegex(TimeoutError, "^no reply to GUI_ISRUNNING", self.client.gui_is_running, 0)
-        self.client.timeout = REPLY_BOUND
-        self.answer("NO", SYNC, "YES", SYNC, "MAYBE", SYNC)
-        for call, reply in [(self.client.gui_start, "YES"), (self.client.gui_is_running, "MAYBE")]:
-            with self.assertRaises(remotectrl.RemoteError) as raised:
+        client = self.connect(scripted([HELD, "NO", SYNC], ["YES", SYNC], ["MAYBE", SYNC], ["YES", SYNC]), timeout=0.2)
+        self.assertRaisesRegex(TimeoutError, "^no reply to GUI_ISRUNNING", client.gui_is_running, 0)
+        client.timeout = REPLY_BOUND
+        self.peer.release.set()
+        for call, reply in [(client.gui_start, "YES"), (client.gui_is_running, "MAYBE"),
+                            (lambda device: client.start(device, 1, 0, wait=False), "YES")]:
+            with self.assertRaises(remotectrl.ProtocolError) as raised:
                 call(0)
             self.assertEqual(raised.exception.reply, reply)
 
-    def test_a_stray_final_line_is_dropped_and_of_two_own_ones_the_latest_counts(self):
-        self.answer("OK", SYNC, SYNC, SYNC, "OK", "ERROR: ACQUISITION FAILED")
+    def test_a_line_nothing_asked_for_is_dropped_before_the_next_command(self):
+        client = self.connect(scripted([SYNC, HELD, "YES"], [SYNC]))
+        client.gui_start(0)
+        self.peer.release.set()
+        client._socket.recv(1, socket.MSG_PEEK)  # returns once "YES" has arrived
         with self.assertLogs("remotectrl", "WARNING"):
-            self.client.gui_stop(0)
-        self.client.start(0, 1, 0, "f", 10, wait=False)
-        self.client.start(0, 1, 0, "g", 10, wait=False)
-        self.assertRaises(remotectrl.AcquisitionFailed, self.client.wait_acquisition, timeout=0)
+            self.assertIsNone(client.gui_start(0))
+
+    def test_of_two_own_acquisitions_the_later_end_counts(self):
+        client = self.connect(scripted([SYNC], [SYNC, "OK", "ERROR: ACQUISITION FAILED"]))
+        client.start(0, 1, 0, "f", 10, wait=False)
+        client.start(0, 1, 0, "g", 10, wait=False)
+        self.assertRaises(remotectrl.AcquisitionFailed, client.wait_acquisition, timeout=0)
+
+    def test_progress_is_reported_while_the_acquisition_runs(self):
+        client, expected = self.connect(scripted([SYNC, HELD, "OK"])), []
+        client.start(0, 3, 0.5, wait=False)
+        client.wait_acquisition(progress=lambda elapsed, seconds: [expected.append(seconds), self.peer.release.set()])
+        self.assertEqual(expected[0], 1.5)
 
     def test_refused_argument_sends_nothing_and_close_ends_the_session(self):
-        self.answer(SYNC)
-        with self.client, self.assertRaises(ValueError):
-            self.client.stop()
-            self.client.start(0, 1.5, 1, "f")
-        self.assertEqual(self.server.makefile("rb").read(), b"STOP()\nGUI_SETFILE()\nQUIT()\n")
+        client = self.connect(scripted([SYNC]))
+        with client, self.assertRaises(TypeError):
+            client.stop()
+            client.start(0, 1.5, 1, "f")
+        self.peer.thread.join(REPLY_BOUND)
+        self.assertEqual(self.peer.received, b"STOP()\nGUI_SETFILE()\nQUIT()\n")
 
     def test_connection_errors_name_the_server(self):
-        self.server.close()
+        client = self.connect(lambda peer, connection: None)
         for _ in range(2):
-            self.assertRaisesRegex(ConnectionError, "127.0.0.1:", self.client.gui_start, 0)
+            self.assertRaisesRegex(remotectrl.RemoteCtrlError, "127.0.0.1:", client.gui_start, 0)
         port = free_loopback_port()
         self.assertRaisesRegex(ConnectionError, "127.0.0.1:%d" % port, remotectrl.Client, port=port)
-        self.assertRaises(ValueError, remotectrl.Client, port=65536)
+        for port, error in [(65536, ValueError), ("1", TypeError)]:
+            self.assertRaises(error, remotectrl.Client, port=port)
+
+    def test_a_peer_that_sends_without_end_is_cut_off(self):
+        for case, chunk, pause, error in [
+            ("bytes without a line feed, fast", b"x" * 4096, 0, remotectrl.ProtocolError),
+            ("lines but never the sync answer, fast", b"YES\n" * 64, 0, remotectrl.ProtocolError),
+            ("bytes without a line feed, slowly", b"x", 0.01, remotectrl.ReplyTimeout),
+        ]:
+            with self.subTest(case):
+                self.assertRaises(error, self.connect(streaming(chunk, pause), timeout=0.5).gui_start, 0)
 
 
 class ArgumentTest(unittest.TestCase):
     def test_numbers_outside_what_the_server_reads_are_refused(self):
-        whole, real = _arguments.whole_number, _arguments.real_number
-        self.assertEqual([whole("n", 2**31 - 1), whole("n", -(2**31))], ["2147483647", "-2147483648"])
-        refused = [(True, 1.0, "1", 2**31, -(2**31) - 1), (False, "0.5", float("inf"), 10**400, 2**53 + 1)]
-        for convert, values in zip([whole, real], refused):
+        whole, real = _arguments.whole, _arguments.real
+        self.assertEqual([whole("n", 2**31 - 1).text, whole("n", -(2**31)).text], ["2147483647", "-2147483648"])
+        for convert, values, error in [(whole, (True, 1.0, "1"), TypeError), (whole, (2**31, -(2**31) - 1), ValueError),
+                                       (real, (False, "0.5"), TypeError),
+                                       (real, (float("inf"), 10**400, 2**53 + 1), ValueError)]:
             for value in values:
                 with self.subTest(value=value):
-                    self.assertRaises(ValueError, convert, "n", value)
+                    self.assertRaises(error, convert, "n", value)
 
     def test_texts_are_quoted_only_where_needed(self):
         def line(text):
-            return _arguments.command_line("F", [("d", "0", False), ("file", text, True), ("n", "1", False)])
+            arguments = [_arguments.whole("d", 0), _arguments.text("f", text), _arguments.whole("n", 1)]
+            return _arguments.command_line("F", arguments)
 
         for text, form in [("run.txt", "run.txt"), ("", ""), ("a,b", '"a,b"'), (" a", '" a"'), ("a ", '"a "'),
                            ('a"b', 'a"b'), ('"a', '""a"'), ('"', '"""')]:
             self.assertEqual(line(text), "F(0,%s,1)" % form)
-        for text in ["a(1).txt", "a\nb", "a\rb", "a\0b", 'a, "b', 5]:
+        for text, error in [("a(1).txt", ValueError), ("a\nb", ValueError), ("a\rb", ValueError), ("a\0b", ValueError),
+                            ('a, "b', ValueError), (5, TypeError)]:
             with self.subTest(text):
-                self.assertRaises(ValueError, line, text)
+                self.assertRaises(error, line, text)
