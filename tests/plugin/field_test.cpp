@@ -183,6 +183,7 @@ TEST_F(PluginTest, RepliesWaitForAClientThatReadsLate) {
     std::string reply;
     for (int i = 0; i < kFloodLines; ++i)
         ASSERT_TRUE(client.readLine(reply, kReplyBound) && reply == kFloodReply) << "reply " << i;
+    EXPECT_EQ(client.request("GUI_ISRUNNING(0)"), "NO") << "a reply went out twice";
 }
 
 TEST_F(PluginTest, AClientThatReadsNothingIsDisconnectedAndLogged) {
