@@ -44,7 +44,7 @@ const SettingsRow kSettingsRows[] = {
     {"blanks_around_key", SECTION "AllowFrom = 127.0.0.1", "Unknown setting AllowFrom  in @"},
     {"misspelt_key", SECTION "AllowForm=127.0.0.1", "Unknown setting AllowForm in @"},
     {"section_case", "[settings]", "Unknown section [settings] in @"},
-    {"address_name", SECTION "Address=localhost", "Invalid setting Address: localhost in @"},
+    {"address_not_digits", SECTION "Address=127.0.0.x", "Invalid setting Address: 127.0.0.x in @"},
     {"prefix_33", SECTION "AllowFrom=1.0.0.0/33", "Invalid setting AllowFrom: 1.0.0.0/33 in @"},
     {"empty_item", SECTION "AllowFrom=1.2.3.4,", "Invalid setting AllowFrom: 1.2.3.4, in @"},
     {"idle_negative", SECTION "IdleTimeout=-1", "Invalid setting IdleTimeout: -1 in @"},
