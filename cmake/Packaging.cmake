@@ -1,8 +1,10 @@
 # Installation and packaging: the package configuration that find_package(remotectrl) reads, the
 # man pages, and CPack's three Debian packages, one per install component:
-#   runtime  remotectrl          znhost, rcclient, their man pages, the module
+#   runtime  remotectrl          znhost, rcclient, the module, their man pages with
+#                                remotectrl.ini(5) and remotectrl(7)
 #   dev      remotectrl-dev      headers, static libraries, the CMake package
 #   python   python3-remotectrl  the Python package in lib/python3/dist-packages, RemoteCtrlDS
+#                                and its man page
 # The install() rules of the targets live beside the targets; the top-level CMakeLists.txt sets
 # their components. CPack rather than a debian/ folder: it packages the build that was just
 # configured and tested, in seconds, where dpkg-buildpackage would build everything again.
@@ -29,14 +31,32 @@ install(FILES ${PROJECT_BINARY_DIR}/remotectrlConfig.cmake
         DESTINATION ${remotectrl_config_dir}
         COMPONENT dev)
 
-# ---- Man pages, from the programs' own --help and --version, so that they never disagree
+# ---- Man pages. znhost(1) and rcclient(1) come from the programs' own --help and --version, so
+# that they never disagree; the settings file, the command language and the Tango server, which no
+# --help can carry, are written by hand in doc/.
+
+set(remotectrl_man_dir ${PROJECT_BINARY_DIR}/man)
+set(remotectrl_man_pages)
+# Installs doc/SOURCE.in, the version filled in, gzipped into the man section its name ends in;
+# further arguments go to install(). gzip -n leaves out the time stamp, so that the same sources
+# give the same package.
+function(remotectrl_add_man_page source component)
+    string(REGEX MATCH "[0-9]$" section ${source})
+    set(page ${remotectrl_man_dir}/${source})
+    configure_file(${PROJECT_SOURCE_DIR}/doc/${source}.in ${page} @ONLY)
+    add_custom_command(OUTPUT ${page}.gz COMMAND gzip -9nkf ${page} DEPENDS ${page} VERBATIM)
+    install(FILES ${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component}
+            ${ARGN})
+    set(remotectrl_man_pages ${remotectrl_man_pages} ${page}.gz PARENT_SCOPE)
+endfunction()
+remotectrl_add_man_page(remotectrl.ini.5 runtime)
+remotectrl_add_man_page(remotectrl.7 runtime)
 
 if(REMOTECTRL_BUILD_MANPAGES)
     find_program(REMOTECTRL_HELP2MAN help2man REQUIRED)
-    set(remotectrl_man_dir ${PROJECT_BINARY_DIR}/man)
     set(znhost_man_name "stand-in device-control host that loads the remotectrl plug-in")
     set(rcclient_man_name "send commands to the remotectrl command server")
-    set(remotectrl_man_pages)
+    set(see_also ${PROJECT_SOURCE_DIR}/doc/see-also.h2m)
     foreach(program IN ITEMS znhost rcclient)
         set(page ${remotectrl_man_dir}/${program}.1)
         # help2man takes a usage line's indented continuation for description: the wrapper joins
@@ -45,21 +65,21 @@ if(REMOTECTRL_BUILD_MANPAGES)
              CONTENT "#!/bin/sh\n'$<TARGET_FILE:${program}>' \"$@\" | sed '/^Usage:/{:a;N;s/\\n  *\\[/ [/;ta}'\n"
              FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
                               WORLD_READ WORLD_EXECUTE)
-        # gzip -n leaves out the time stamp, so that the same sources give the same package.
         add_custom_command(
             OUTPUT ${page}.gz
-            COMMAND ${REMOTECTRL_HELP2MAN} --no-info --no-discard-stderr
+            COMMAND ${REMOTECTRL_HELP2MAN} --no-info --no-discard-stderr --include=${see_also}
                     "--name=${${program}_man_name}" --output=${page} ${remotectrl_man_dir}/help/${program}
             COMMAND gzip -9nf ${page}
-            DEPENDS ${program}
+            DEPENDS ${program} ${see_also}
             VERBATIM)
         list(APPEND remotectrl_man_pages ${page}.gz)
+        install(FILES ${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
     endforeach()
-    add_custom_target(manpages ALL DEPENDS ${remotectrl_man_pages})
-    install(FILES ${remotectrl_man_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
 endif()
 
 # ---- The Python package, built from python/pyproject.toml by setuptools without a package index
+
+set(remotectrl_python_dir lib/python3/dist-packages)
 
 if(REMOTECTRL_BUILD_PYTHON_PACKAGE)
     # Debian's own interpreter, whose setuptools and wheel the package is built with, even where
@@ -78,7 +98,7 @@ if(REMOTECTRL_BUILD_PYTHON_PACKAGE)
     add_custom_target(python_package ALL DEPENDS ${PROJECT_BINARY_DIR}/python-package/stamp)
     # For the package only: a plain install into /usr/local would miss Python's search path there,
     # and pip installs the package anywhere else.
-    install(DIRECTORY ${remotectrl_python_root}/ DESTINATION lib/python3/dist-packages
+    install(DIRECTORY ${remotectrl_python_root}/ DESTINATION ${remotectrl_python_dir}
             COMPONENT python EXCLUDE_FROM_ALL)
     # The Tango device server's command; pip writes its own from pyproject.toml.
     set(remotectrl_server_launcher ${PROJECT_BINARY_DIR}/deb/RemoteCtrlDS)
@@ -87,21 +107,9 @@ if(REMOTECTRL_BUILD_PYTHON_PACKAGE)
          FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
     install(PROGRAMS ${remotectrl_server_launcher} DESTINATION ${CMAKE_INSTALL_BINDIR}
             COMPONENT python EXCLUDE_FROM_ALL)
-    if(REMOTECTRL_BUILD_MANPAGES)
-        # --help and --version need no PyTango, so the page is written wherever the package builds.
-        set(page ${remotectrl_man_dir}/RemoteCtrlDS.1)
-        add_custom_command(
-            OUTPUT ${page}.gz
-            COMMAND ${CMAKE_COMMAND} -E env PYTHONPATH=${PROJECT_SOURCE_DIR}/python PYTHONDONTWRITEBYTECODE=1
-                    ${REMOTECTRL_HELP2MAN} --no-info "--name=Tango device server for remotectrl hosts"
-                    --output=${page} ${remotectrl_server_launcher}
-            COMMAND gzip -9nf ${page}
-            DEPENDS ${remotectrl_python_sources}
-            VERBATIM)
-        add_custom_target(server_manpage ALL DEPENDS ${page}.gz)
-        install(FILES ${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT python EXCLUDE_FROM_ALL)
-    endif()
+    remotectrl_add_man_page(RemoteCtrlDS.1 python EXCLUDE_FROM_ALL)
 endif()
+add_custom_target(manpages ALL DEPENDS ${remotectrl_man_pages})
 
 # ---- Debian packages
 
@@ -178,6 +186,19 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3:any (>= 3.9)")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "python3-tango")
+# Python writes byte code beside the modules it imports, in __pycache__ folders that dpkg does not
+# know: left there, they would keep the package's folder after a purge. They go in prerm, before
+# dpkg removes the package's files (in postrm the folders would already have been found not
+# empty), whatever the removal is for, as py3clean does. DPKG_ROOT is the root dpkg installs to.
+set(remotectrl_python_prerm ${PROJECT_BINARY_DIR}/deb/python/prerm)
+file(WRITE ${remotectrl_python_prerm} "#!/bin/sh
+set -e
+package_dir=\"$DPKG_ROOT${CPACK_PACKAGING_INSTALL_PREFIX}/${remotectrl_python_dir}/remotectrl\"
+if [ -d \"$package_dir\" ]; then
+    find \"$package_dir\" -type d -name __pycache__ -prune -exec rm -rf {} +
+fi
+")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${remotectrl_python_prerm})
 set(CPACK_DEBIAN_PYTHON_DESCRIPTION "Python client and Tango device server for remotectrl
 A client for the remotectrl plug-in's TCP command server that pairs every
 reply with its command exactly; it needs the standard library only.
