@@ -77,6 +77,10 @@ int createThread(void (*func)(void*), void* arg) {
     return 0;
 }
 
+ThreadTracker::~ThreadTracker() {
+    std::lock_guard<std::mutex> lock(mMutex);
+}
+
 bool ThreadTracker::start(void (*func)(void*), void* arg) {
     {
         std::lock_guard<std::mutex> lock(mMutex);

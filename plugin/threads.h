@@ -25,6 +25,12 @@ int createThread(void (*func)(void*), void* arg);
 // Counts the threads started through it until each has left the module's code.
 class ThreadTracker {
 public:
+    ThreadTracker() = default;
+    // Takes the lock once, so that the last thread's count is ordered before the tracker goes.
+    ~ThreadTracker();
+    ThreadTracker(const ThreadTracker&) = delete;
+    ThreadTracker& operator=(const ThreadTracker&) = delete;
+
     // createThread through the tracker; false when the thread could not be created.
     bool start(void (*func)(void*), void* arg);
     // True when every thread started here has returned and the kernel has dropped it.

@@ -35,6 +35,7 @@ TEST(ModulePin, AThreadThatOutlivesOnCloseKeepsTheModuleMapped) {
     testhost::FakeHost host;
     host.settingsDir = settings.path();
     host.devices = host.filtered = {&device};
+    std::thread([] {}).join();  // a sanitizer starts a thread of its own at the first thread
     const long threadsBefore = threadCount();
 
     znhost::LoadedPlugin loaded;
@@ -53,6 +54,11 @@ TEST(ModulePin, AThreadThatOutlivesOnCloseKeepsTheModuleMapped) {
     for (int i = 0; i < 1000 && threadCount() > threadsBefore; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(threadCount(), threadsBefore);
+    // Read under the host's lock, which also orders the thread's last entry before the host goes.
+    EXPECT_EQ(host.logged.lines().back(),
+              "remotectrl|0|Acquisition on device 0 ended with ERROR: "
+              "ACQUISITION FAILED after its client left");
+    device.release();  // likewise for the device's own lock
 }
 
 }  // namespace
