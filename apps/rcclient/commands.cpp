@@ -29,6 +29,11 @@ bool startDuration(const std::string& command, double& seconds) {
     return true;
 }
 
+bool isComment(std::string_view line) {
+    const size_t first = line.find_first_not_of(" \t");
+    return first != std::string_view::npos && line[first] == '#';
+}
+
 bool isLeaveWord(std::string_view line) {
     const std::string word = lowerTrimmed(line);
     return word == "quit" || word == "quit()" || word == "exit" || word == "exit()";

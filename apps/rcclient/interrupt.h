@@ -1,7 +1,12 @@
-// Ctrl-C: rcclient exits with status 130 (128 + SIGINT, as a shell reports a command it ended),
-// except while a START waits for its final line. There the first SIGINT asks for STOP() to be
-// sent so that the acquisition ends and its final line still arrives, after which the client
-// leaves with 130; a second one exits at once.
+// Stop signals: SIGINT (Ctrl-C), SIGTERM and SIGHUP. Each ends rcclient at once with status
+// 128 + the signal's number, as a shell reports a command that a signal ended (130 for Ctrl-C),
+// except inside the two scopes below, where the handler only records the signal for the caller
+// to act on:
+// - StopOnSignal, while a START waits for its final line: the first stop signal asks for STOP()
+//   to be sent, so that the acquisition ends and its final line still arrives before the caller
+//   acts on the signal; a second one ends rcclient at once.
+// - HoldStopSignals, for the whole of an interactive session: every stop signal is recorded, so
+//   that the prompt gives the terminal back as it found it and Ctrl-C can return to the prompt.
 // The handler is installed without SA_RESTART so that it also cuts a pending wait short.
 #pragma once
 
@@ -9,25 +14,43 @@
 
 namespace rcclient {
 
-constexpr int kInterruptedExit = 128 + SIGINT;
+constexpr int exitStatusFor(int signal) {
+    return 128 + signal;
+}
 
-// Installs the handler for the rest of the process.
-void exitOnInterrupt();
+// Installs the handler of the three stop signals for the rest of the process.
+void installStopSignalHandlers();
 
-// The scope of a START's wait.
-class StopOnInterrupt {
+// The stop signal recorded since the last take, or 0. A SIGTERM or SIGHUP replaces a recorded
+// SIGINT, since it asks for more: to leave rather than to abandon one command.
+int pendingStopSignal();
+// Forgets a recorded SIGINT; false when none is recorded, or another signal.
+bool takeInterrupt();
+
+class HoldStopSignals {
 public:
-    StopOnInterrupt();
-    ~StopOnInterrupt();
-    StopOnInterrupt(const StopOnInterrupt&) = delete;
-    StopOnInterrupt& operator=(const StopOnInterrupt&) = delete;
-
-    // True the first time it is called after a SIGINT; false before one and ever after.
-    bool takeStopRequest();
-    // True once a SIGINT has come during this scope.
-    bool interrupted() const;
+    HoldStopSignals();
+    ~HoldStopSignals();
+    HoldStopSignals(const HoldStopSignals&) = delete;
+    HoldStopSignals& operator=(const HoldStopSignals&) = delete;
 
 private:
+    int mOuterMode;
+};
+
+// The scope of a START's wait.
+class StopOnSignal {
+public:
+    StopOnSignal();
+    ~StopOnSignal();
+    StopOnSignal(const StopOnSignal&) = delete;
+    StopOnSignal& operator=(const StopOnSignal&) = delete;
+
+    // True the first time it is called after a stop signal; false before one and ever after.
+    bool takeStopRequest();
+
+private:
+    int mOuterMode;
     bool mTaken = false;
 };
 

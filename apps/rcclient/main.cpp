@@ -2,19 +2,18 @@
 //
 // Exit status: 0 when no reply began with "ERROR: ", 1 when one did or the connection broke
 // during the session, 2 when the server could not be reached or the command line is wrong (a
-// usage error is one line pointing to --help), 130 after Ctrl-C (see interrupt.h).
-// An empty command (or input line) is skipped rather than sent: the server would take it as the
-// end of the session. --version prints "rcclient VERSION", the project's version. Without commands,
-// a prompt is shown on standard error when standard input is a terminal; the end of input sends
-// QUIT(), and so do the leave words (see commands.h); "help" prints the command table.
+// usage error is one line pointing to --help), 128 + the signal's number after a stop signal that
+// ended it (see interrupt.h). An empty command or a comment (see commands.h) is skipped rather
+// than sent: the server would take an empty line as the end of the session. --version prints
+// "rcclient VERSION", the project's version. Without commands, standard input gives them (see
+// input.h).
 #include <unistd.h>
 
 #include <cstdio>
-#include <iostream>
 #include <string>
 
-#include "apps/rcclient/commands.h"
 #include "apps/rcclient/connect.h"
+#include "apps/rcclient/input.h"
 #include "apps/rcclient/interrupt.h"
 #include "apps/rcclient/options.h"
 #include "apps/rcclient/session.h"
@@ -36,23 +35,6 @@ Step runCommands(Session& session, const std::vector<std::string>& commands) {
     return Step::Next;
 }
 
-Step runInteractive(Session& session) {
-    bool prompt = isatty(STDIN_FILENO) != 0;
-    std::string line;
-    for (;;) {
-        if (prompt) std::fputs("rcclient> ", stderr);
-        if (!std::getline(std::cin, line) || isLeaveWord(line)) break;
-        if (isHelpWord(line)) {
-            std::fputs(commandTable(), stdout);
-            continue;
-        }
-        Step step = session.run(line);
-        if (step != Step::Next) return step;
-    }
-    session.quit();
-    return Step::Next;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -66,7 +48,7 @@ int main(int argc, char** argv) {
         std::fputs(options.help ? clientUsageText() : "rcclient " REMOTECTRL_VERSION "\n", stdout);
         return 0;
     }
-    exitOnInterrupt();
+    installStopSignalHandlers();
     TCPSocket socket;
     if (!connectToServer(socket, options.host, options.port, options.timeout, error)) {
         std::fprintf(stderr, "rcclient: %s\n", error.c_str());
@@ -74,11 +56,11 @@ int main(int argc, char** argv) {
     }
     Session session(socket, options.host + ":" + std::to_string(options.port),
                     {options.timeout, options.timeoutGiven, isatty(STDERR_FILENO) != 0});
-    Step end =
-        options.commands.empty() ? runInteractive(session) : runCommands(session, options.commands);
+    Step end = options.commands.empty() ? runStandardInput(session)
+                                        : runCommands(session, options.commands);
     if (end == Step::Interrupted) {
         session.quit();
-        return kInterruptedExit;
+        return exitStatusFor(pendingStopSignal());
     }
     return end != Step::Broken && !session.sawErrorReply() ? 0 : kErrorExit;
 }

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <map>
 
 #include "protocol/command_language.h"
 #include "protocol/port.h"
@@ -53,6 +54,23 @@ bool addCommand(const std::string& command, ClientOptions& options, std::string&
     return true;
 }
 
+// The option's long name, and whether its value is in the same argument: after "=" in the long
+// form, right after the letter in the short one ("-p5000").
+bool splitOption(const std::string& argument, std::string& name, std::string& value) {
+    static const std::map<char, std::string> kLongNames = {
+        {'H', "--host"}, {'p', "--port"}, {'t', "--timeout"}};
+    const auto shortName = kLongNames.find(argument.size() > 1 ? argument[1] : '-');
+    if (argument.compare(0, 2, "--") != 0 && shortName != kLongNames.end()) {
+        name = shortName->second;
+        value = argument.substr(2);
+        return !value.empty();
+    }
+    const size_t equals = argument.find('=');
+    name = argument.substr(0, equals);
+    if (equals != std::string::npos) value = argument.substr(equals + 1);
+    return equals != std::string::npos;
+}
+
 }  // namespace
 
 bool parseClientOptions(int argc, const char* const* argv, ClientOptions& options,
@@ -72,43 +90,45 @@ bool parseClientOptions(int argc, const char* const* argv, ClientOptions& option
             (argument == "--version" ? options.version : options.help) = true;
             continue;
         }
-        size_t equals = argument.find('=');
-        std::string name = argument.substr(0, equals);
+        std::string name, value;
+        const bool valueAttached = splitOption(argument, name, value);
         if (name != "--host" && name != "--port" && name != "--timeout") {
-            error = "unknown option " + name;
+            error = "unknown option " + argument.substr(0, argument.find('='));
             return false;
         }
-        std::string value;
-        if (equals != std::string::npos) {
-            value = argument.substr(equals + 1);
-        } else if (i + 1 < argc) {
-            value = argv[++i];
-        } else {
+        if (!valueAttached && i + 1 == argc) {
             error = "option " + name + " needs a value";
             return false;
         }
+        if (!valueAttached) value = argv[++i];
         if (!applyOption(name, value, options, error)) return false;
     }
     return true;
 }
 
 const char* clientUsageText() {
-    return "Usage: rcclient [--host H] [--port P] [--timeout S] [--version] [-h|--help] [COMMAND "
+    return "Usage: rcclient [-H HOST] [-p PORT] [-t SECONDS] [--version] [-h|--help] [COMMAND "
            "...]\n"
            "\n"
            "Sends remote-control commands such as 'START(0,10,0.1,run.txt,10)' one at a time and\n"
            "prints every reply line. Without commands, reads one command per line from standard\n"
            "input until QUIT() or the end of input; there, quit, exit (with or without \"()\", in\n"
            "any case) also leave, and help prints the commands. Commands after QUIT() on the\n"
-           "command line are refused (exit status 2).\n"
+           "command line are refused (exit status 2). A line or command whose first character\n"
+           "other than a blank is # is a comment and is not sent.\n"
            "\n"
-           "  --host H     server host name or address (default: 127.0.0.1)\n"
-           "  --port P     server port (default: 59876)\n"
-           "  --timeout S  seconds to wait for the connection and for a command's replies\n"
-           "               (default: 5); when given, an accepted START also waits at most\n"
-           "               count x time plus S for its final line\n"
-           "  --version    print the version\n"
-           "  -h, --help   show this text\n"
+           "When standard input and standard error are terminals, a prompt on standard error\n"
+           "edits the line and keeps a history for the session (Up and Down recall earlier\n"
+           "lines); Ctrl-C drops the line being typed, or gives up waiting for a command's\n"
+           "replies, and returns to the prompt; Ctrl-D on an empty line leaves.\n"
+           "\n"
+           "  -H, --host HOST        server host name or address (default: 127.0.0.1)\n"
+           "  -p, --port PORT        server port (default: 59876)\n"
+           "  -t, --timeout SECONDS  seconds to wait for the connection and for a command's\n"
+           "                         replies (default: 5); when given, an accepted START also\n"
+           "                         waits at most count x time plus SECONDS for its final line\n"
+           "  --version              print the version\n"
+           "  -h, --help             show this text\n"
            "\n"
            "Each command goes out followed by the line GUI_SETFILE(), whose answer \"ERROR:\n"
            "INVALID NUMBER OF PARAMETERS (MUST BE 2)\" marks the end of the command's replies\n"
@@ -118,14 +138,16 @@ const char* clientUsageText() {
            "\n"
            "START waits for the acquisition's final line (OK or ERROR: ACQUISITION FAILED),\n"
            "without a limit unless --timeout is given, showing elapsed and expected seconds on\n"
-           "standard error when it is a terminal; Ctrl-C meanwhile sends STOP() and keeps\n"
-           "waiting for that line (a second Ctrl-C quits). A final line that ends an earlier\n"
-           "client's acquisition is not printed; standard error says it was dropped.\n"
+           "standard error when it is a terminal. Ctrl-C, SIGTERM or SIGHUP meanwhile sends\n"
+           "STOP() and keeps waiting for that line (a second one quits at once); then rcclient\n"
+           "leaves, except that Ctrl-C at the prompt returns to it. A final line that ends an\n"
+           "earlier client's acquisition is not printed; standard error says it was dropped.\n"
            "\n"
            "Exit status: 0 when no reply began with \"ERROR: \", 1 when one did or the\n"
            "connection failed during the session, 2 when the server could not be reached or\n"
-           "the command line is wrong, 130 after Ctrl-C (which sends STOP() first when a START\n"
-           "runs, and waits for its final line).\n";
+           "the command line is wrong, 128 + the signal's number after Ctrl-C (130), SIGHUP\n"
+           "(129) or SIGTERM (143), which send STOP() first when a START runs and wait for its\n"
+           "final line.\n";
 }
 
 }  // namespace rcclient

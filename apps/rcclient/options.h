@@ -1,9 +1,10 @@
-// rcclient's command line: rcclient [--host H] [--port P] [--timeout S] [--version] [COMMAND ...]
+// rcclient's command line: rcclient [-H HOST] [-p PORT] [-t SECONDS] [--version] [COMMAND ...]
 //
-// Options take their value as the next argument or after "="; "--" ends the options. The port
-// must be 1..65535 and the time-out a positive number of seconds (default 5); whether it was given
-// decides whether it also bounds an accepted START's wait for its final line. Commands must not
-// hold line breaks, since each would split into several commands on the wire.
+// -H, -p and -t are --host, --port and --timeout. Options take their value as the next argument,
+// after "=" in the long form, or right after the letter in the short one; "--" ends the options.
+// The port must be 1..65535 and the time-out a positive number of seconds (default 5); whether it
+// was given decides whether it also bounds an accepted START's wait for its final line. Commands
+// must not hold line breaks, since each would split into several commands on the wire.
 #pragma once
 
 #include <string>

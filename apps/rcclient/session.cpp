@@ -25,8 +25,9 @@ void clearProgress() {
 
 Step Session::run(const std::string& line) {
     const std::string command(protocol::trimLineEnd(line));
-    // An empty line is skipped rather than sent: the server would take it as the end.
-    if (command.empty()) return Step::Next;
+    // An empty line is skipped rather than sent: the server would take it as the end. A comment
+    // is the user's note.
+    if (command.empty() || isComment(command)) return Step::Next;
     const protocol::PairingKind kind = protocol::pairingKind(command);
     if (kind == protocol::PairingKind::SessionEnd) return send(command) ? Step::Quit : Step::Broken;
     if (kind == protocol::PairingKind::Start) return runStart(command);
@@ -40,13 +41,13 @@ void Session::quit() {
     send(protocol::kQuitCommand);
 }
 
-// The Ctrl-C handler goes in before START is sent, so that an interrupt at any moment of the
+// The stop signals' scope begins before START is sent, so that a signal at any moment of the
 // acquisition turns into STOP() rather than ending the client.
 Step Session::runStart(const std::string& command) {
     StartWatch watch{false, 0.0, 0.0, nullptr};
     watch.hasExpected = startDuration(command, watch.expected);
-    StopOnInterrupt interrupt;
-    watch.interrupt = &interrupt;
+    StopOnSignal stopSignal;
+    watch.stopSignal = &stopSignal;
     unsigned long ticket = 0;
     if (!sendCommand(command, protocol::PairingKind::Start, ticket)) return Step::Broken;
     watch.started = net::monotonicSeconds();
@@ -59,16 +60,20 @@ Step Session::runStart(const std::string& command) {
         step = readUntil([&] { return mFinalArrived; }, deadline, command, &watch);
     }
     if (mSettings.showProgress) clearProgress();
-    return step == Step::Next && interrupt.interrupted() ? Step::Interrupted : step;
+    return step == Step::Next && pendingStopSignal() != 0 ? Step::Interrupted : step;
 }
 
-// Waits go in short slices, for the progress display and so that a Ctrl-C (which cuts a wait
-// short with EINTR) is acted on at once.
+// Waits go in short slices, for the progress display and so that a stop signal (which cuts a
+// wait short with EINTR) is acted on at once. Outside a START a signal is still pending here only
+// in an interactive session (elsewhere it has ended the process): the user gives up the wait.
 template <typename Done>
 Step Session::readUntil(Done done, double deadline, const std::string& command, StartWatch* watch) {
     std::vector<protocol::Routed> routed;
     while (!done()) {
-        if (watch != nullptr) watchTick(*watch);
+        if (watch != nullptr)
+            watchTick(*watch);
+        else if (pendingStopSignal() != 0)
+            return Step::Interrupted;
         double now = net::monotonicSeconds();
         if (now >= deadline) return report(LineReader::Result::None, command);
         std::string line;
@@ -98,7 +103,7 @@ void Session::handle(const protocol::Routed& routed, StartWatch* watch) {
 }
 
 void Session::watchTick(StartWatch& watch) {
-    if (watch.interrupt->takeStopRequest()) {
+    if (watch.stopSignal->takeStopRequest()) {
         if (mSettings.showProgress) clearProgress();
         std::fprintf(stderr, "rcclient: interrupted, sending %s\n", protocol::kStopCommand);
         unsigned long ticket = 0;

@@ -6,9 +6,9 @@
 // Waits: a command's replies, the time-out. An accepted START then waits for its final line
 // with no limit, or count x time plus the time-out when `boundAcquisition` is set; meanwhile
 // elapsed and expected seconds show on standard error when `showProgress` is set, and Ctrl-C
-// sends STOP(). A final line from an earlier client's START is not printed; standard error says
-// that it was dropped. Problems with the connection are described on standard error and end the
-// session.
+// sends STOP(). Empty lines and comments (see commands.h) are skipped. A final line from an earlier
+// client's START is not printed; standard error says that it was dropped. Problems with the
+// connection are described on standard error and end the session.
 #pragma once
 
 #include <limits>
@@ -22,7 +22,9 @@
 namespace rcclient {
 
 // What the caller does after a command.
-// Interrupted: Ctrl-C came during a START, whose final line has arrived since.
+// Interrupted: a stop signal came (see interrupt.h) during a START, whose final line has arrived
+// since, or, in an interactive session, during the wait for another command's replies, which
+// was given up (replies that come later are printed during the next command's wait).
 enum class Step { Next, Quit, Broken, Interrupted };
 
 struct SessionSettings {
@@ -48,7 +50,7 @@ private:
         bool hasExpected;
         double expected;
         double started;
-        StopOnInterrupt* interrupt;
+        StopOnSignal* stopSignal;
     };
 
     Step runStart(const std::string& command);

@@ -2,7 +2,11 @@
 // port already taken, output nobody reads, clients that vanish or never read, and rcclient against
 // a real znhost.
 #include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
 #include <signal.h>
+#include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -219,7 +223,7 @@ const ClientRow kClientRows[] = {
      {},
      rcclient::commandTable() + std::string("YES\n"),
      0,
-     "GUI_START(1)\n\n help\nGUI_ISRUNNING(1)\r\n Exit \nFOO()\n"},
+     "GUI_START(1)\n\n help\n\t# GUI_STOP(1)\nGUI_ISRUNNING(1)\r\n Exit \nFOO()\n"},
     {"input_until_its_end", {}, kNoIndex + "NO\n", 1, "GUI_ISRUNNING(5)\nGUI_ISRUNNING(0)"},
     {"no_server", {"--port", "1", "GUI_ISRUNNING(0)"}, "", 2, "", "1: Connection refused"},
     {"usage_error", {"--port", "0"}, "", 2, "", "1 to 65535 (see rcclient --help)\n"},
@@ -254,16 +258,117 @@ TEST_P(RcclientTest, PrintsRepliesInOrderAndExitsAccordingly) {
 
 INSTANTIATE_TEST_SUITE_P(Rows, RcclientTest, ::testing::ValuesIn(kClientRows), RowName());
 
-TEST_F(ProcessTest, RcclientInterruptedDuringStartSendsStopAndWaitsForTheFinalLine) {
+class RcclientSignalTest : public ProcessTest, public ::testing::WithParamInterface<int> {};
+
+// Each stop signal ends rcclient as the signal would, but during a START only once STOP() has
+// gone out and the final line has come.
+TEST_P(RcclientSignalTest, DuringStartSendsStopAndWaitsForTheFinalLine) {
     ASSERT_NO_FATAL_FAILURE(startServing({"--trace"}));
     ChildProcess client;
     ASSERT_NO_FATAL_FAILURE(start(client, "rcclient", {"START(0,1,600,,10)"}));
     ASSERT_TRUE(hostLogged("trace: sim0.runAcquisition(1, 600, 1, \"\")\n"));
-    client.sendSignal(SIGINT);
+    client.sendSignal(GetParam());
     Ended ended = finish(client, "rcclient");
     EXPECT_EQ(ended.out, "ERROR: ACQUISITION FAILED\n");
-    EXPECT_EQ(ended.exitCode, 130);
+    EXPECT_EQ(ended.exitCode, 128 + GetParam());
     EXPECT_NE(ended.err.find("interrupted, sending STOP()"), std::string::npos) << ended.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, RcclientSignalTest, ::testing::Values(SIGINT, SIGTERM, SIGHUP),
+                         [](const auto& info) { return std::string(sigabbrev_np(info.param)); });
+
+// rcclient on a pseudo-terminal as a shell starts it: the terminal is its controlling one, on
+// standard input and error; standard output goes to a file.
+class Terminal {
+public:
+    ~Terminal() {
+        if (mMaster >= 0) close(mMaster);
+    }
+    bool start(ChildProcess& child, std::vector<std::string> argv, const std::string& outPath) {
+        winsize size = {24, 80, 0, 0};
+        int slave = -1;
+        termios mode;  // no flush at Ctrl-C, which could drop the prompt written in answer to it
+        if (openpty(&mMaster, &slave, nullptr, nullptr, &size) != 0 || tcgetattr(slave, &mode) != 0)
+            return false;
+        mode.c_lflag |= NOFLSH;
+        tcsetattr(slave, TCSANOW, &mode);
+        const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        argv.insert(argv.begin(), {"/usr/bin/env", "TERM=xterm"});  // whatever the runner has
+        std::vector<char*> args;
+        for (std::string& arg : argv)
+            args.push_back(arg.data());
+        args.push_back(nullptr);
+        sigset_t none;
+        sigemptyset(&none);
+        const bool started = child.fork([&] {
+            const bool ready = close(mMaster) == 0 && setsid() >= 0 &&
+                               ioctl(slave, TIOCSCTTY, 0) == 0 && dup2(slave, 0) == 0 &&
+                               dup2(out, 1) == 1 && dup2(slave, 2) == 2 &&
+                               sigprocmask(SIG_SETMASK, &none, nullptr) == 0;
+            return ready ? execv(args[0], args.data()) : 1;
+        });
+        close(slave);
+        close(out);
+        return started;
+    }
+    bool type(const std::string& keys) {
+        return write(mMaster, keys.data(), keys.size()) == static_cast<ssize_t>(keys.size());
+    }
+    // Reads the screen until `text` shows after what earlier calls took.
+    bool shows(const std::string& text) {
+        const auto deadline = std::chrono::steady_clock::now() + kReplyBound;
+        size_t found;
+        while ((found = mScreen.find(text)) == std::string::npos) {
+            pollfd ready = {mMaster, POLLIN, 0};
+            char chunk[512];
+            const auto left = std::chrono::duration_cast<milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+            if (left.count() <= 0 || poll(&ready, 1, static_cast<int>(left.count())) <= 0)
+                return false;
+            const ssize_t got = read(mMaster, chunk, sizeof chunk);
+            if (got <= 0) return false;
+            mScreen.append(chunk, static_cast<size_t>(got));
+        }
+        mScreen.erase(0, found + text.size());
+        return true;
+    }
+
+    // The prompt shows, and the line editor has the terminal, reading key by key.
+    bool prompts() {
+        termios mode;
+        const auto deadline = std::chrono::steady_clock::now() + kReplyBound;
+        if (!shows("rcclient> ")) return false;
+        while (tcgetattr(mMaster, &mode) == 0 && (mode.c_lflag & ICANON) != 0 &&
+               std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(milliseconds(10));
+        return (mode.c_lflag & ICANON) == 0;
+    }
+
+private:
+    int mMaster = -1;
+    std::string mScreen;
+};
+
+// At a terminal Ctrl-C drops the line being typed, and stops a START, each time back at the
+// prompt; Up recalls the last line; Ctrl-D leaves on a line of its own.
+TEST_F(ProcessTest, RcclientPromptEditsAndRecallsLinesAndCtrlCReturnsToIt) {
+    ASSERT_NO_FATAL_FAILURE(startServing({"--trace"}));
+    const std::string out = mTemp.file("rcclient.out"), no = "NO\n";
+    const std::string failed = std::string(protocol::kErrorAcquisitionFailed) + "\n";
+    ChildProcess client;
+    Terminal terminal;
+    ASSERT_TRUE(terminal.start(client, {RCCLIENT_PATH, "-p", std::to_string(mPort)}, out));
+    ASSERT_TRUE(terminal.prompts() && terminal.type("GUI_ISR") && terminal.shows("GUI_ISR"));
+    ASSERT_TRUE(terminal.type("\x03") && terminal.prompts());
+    ASSERT_TRUE(terminal.type("GUI_ISRUNNING(0)\r") && waitForFileText(out, no, kReplyBound));
+    ASSERT_TRUE(terminal.prompts() && terminal.type("\x1b[A\r"));
+    ASSERT_TRUE(waitForFileText(out, no + no, kReplyBound) && terminal.prompts());
+    ASSERT_TRUE(terminal.type("START(0,1,600,,10)\r"));
+    ASSERT_TRUE(hostLogged("trace: sim0.runAcquisition(1, 600, 1, \"\")\n"));
+    ASSERT_TRUE(terminal.type("\x03") && waitForFileText(out, no + no + failed, kReplyBound));
+    ASSERT_TRUE(terminal.prompts() && terminal.type("\x04") && terminal.shows("\n"));
+    EXPECT_TRUE(client.waitForExit(kExitBound));
+    EXPECT_EQ(client.exitCode(), 1);
 }
 
 // STOP in its own write 0-400 us after START with a file: the simulated device registers its run

@@ -132,6 +132,7 @@ const OptionRow kOptionRows[] = {
     {"client_values", true, {"--host", "h", "--port=65535", "--timeout", "0.5"}, "h:65535 0.5100"},
     {"client_flags", true, {"--help", "--version", "--", "--x", "-"}, "127.0.0.1:59876 5011 --x -"},
     {"client_short_help", true, {"-h"}, "127.0.0.1:59876 5010"},
+    {"client_short_options", true, {"-H", "h", "-p65535", "-t", "0.5"}, "h:65535 0.5100"},
     {"client_after_quit", true, {"QUIT()", "", "A()"}, "error: commands after QUIT() would never"},
     {"client_unknown_option", true, {"--verbose"}, "error: unknown option --verbose"},
     {"client_port_zero", true, {"--port", "0"}, "error: --port needs a number from 1 to 65535"},
