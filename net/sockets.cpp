@@ -1,6 +1,6 @@
-// Socket layer. The system quirks it depends on each live in one helper near the top: the
-// result codes, ppoll()'s time-out form, close-on-exec, SIGPIPE on send, calls that must not
-// block, and the wording of errors.
+// Socket layer. The system quirks it depends on each live in one helper: ppoll()'s time-out form,
+// SIGPIPE on send, calls that must not block and the wording of errors in io_detail.h;
+// close-on-exec and the result codes here.
 #include "net/sockets.h"
 
 #include <arpa/inet.h>
@@ -20,15 +20,14 @@
 #include <cstring>
 #include <new>
 
+#include "net/io_detail.h"
+
 using namespace net;
+using namespace net::io_detail;
 
 namespace {
 
 constexpr int kMaxSendPiece = 65536;
-// getLine reads at most 510 bytes into a zeroed 512-byte area, so a chunk always ends in a zero.
-constexpr int kLineAreaSize = 512;
-constexpr int kLinePieceSize = 510;
-constexpr int kReasonSize = 128;
 
 // The data hook's direction argument.
 constexpr int kSentDirection = 0;
@@ -37,80 +36,8 @@ constexpr int kReceivedDirection = 1;
 // The failure result of the operations that give 0 or -1.
 constexpr int kCallFailed = -1;
 
-enum class WaitResult { kReady, kTimedOut, kFailed };
-
-// strerror_r comes in two forms, by feature macros: GNU returns the text, XSI fills the buffer.
-// Only one of these is called in a given build.
-[[maybe_unused]] const char* reasonText(const char* gnuText, const char*) {
-    return gnuText;
-}
-[[maybe_unused]] const char* reasonText(int, const char* buffer) {
-    return buffer;
-}
-
-// "call where: reason" from errno, which is left as it was.
-std::string describeFailure(const char* call, const std::string& where) {
-    const int error = errno;
-    char buffer[kReasonSize] = {};
-    std::string text = call;
-    if (!where.empty()) text += " " + where;
-    text += ": ";
-    text += reasonText(::strerror_r(error, buffer, sizeof buffer), buffer);
-    errno = error;
-    return text;
-}
-
 std::string endpoint(const std::string& address, unsigned short port) {
     return address + ":" + std::to_string(port);
-}
-
-// A wait takes the caller's time-out as whole seconds plus microseconds, both truncated toward
-// zero. A negative time-out is a failed wait with EINVAL; a NaN gets the same treatment, and a
-// time-out beyond int range is held at INT_MAX seconds instead of overflowing the conversion.
-bool toTimespec(double timeout, timespec& limit) {
-    if (!(timeout >= 0.0)) {
-        errno = EINVAL;
-        return false;
-    }
-    const int seconds = timeout >= INT_MAX ? INT_MAX : static_cast<int>(timeout);
-    const int micros = seconds == INT_MAX ? 0 : static_cast<int>((timeout - seconds) * 1000000.0);
-    limit.tv_sec = seconds;
-    limit.tv_nsec = static_cast<long>(micros) * 1000;
-    return true;
-}
-
-// The layer's only blocking call. ppoll() watches any descriptor number (select() stops at 1024),
-// and a signal always interrupts it, SA_RESTART or not; the interruption is a failure, never
-// retried. ppoll skips a negative descriptor silently, which would look like a time-out, so that
-// is a failure here. An error or hang-up on the descriptor counts as ready, so that the
-// following call reports it. A null `limit` waits without end.
-WaitResult pollOnce(int fd, short events, const timespec* limit) {
-    if (fd < 0) {
-        errno = EBADF;
-        return WaitResult::kFailed;
-    }
-    pollfd entry{fd, events, 0};
-    const int ready = ::ppoll(&entry, 1, limit, nullptr);
-    if (ready < 0) return WaitResult::kFailed;
-    return ready > 0 ? WaitResult::kReady : WaitResult::kTimedOut;
-}
-
-WaitResult waitFor(int fd, short events, double timeout) {
-    timespec limit{};
-    if (!toTimespec(timeout, limit)) return WaitResult::kFailed;
-    return pollOnce(fd, events, &limit);
-}
-
-// Calls after a wait never block (MSG_DONTWAIT), whatever mode the descriptor is in: a blocking
-// send of a large piece would otherwise outlast the time-out. Sending on a connection the peer
-// has reset raises SIGPIPE, whose default action ends the whole host process; MSG_NOSIGNAL turns
-// that into a plain EPIPE failure.
-ssize_t sendPiece(int fd, const char* data, int length) {
-    return ::send(fd, data, static_cast<size_t>(length), MSG_NOSIGNAL | MSG_DONTWAIT);
-}
-
-ssize_t receivePiece(int fd, char* data, int length) {
-    return ::recv(fd, data, static_cast<size_t>(length), MSG_DONTWAIT);
 }
 
 bool hasExpired(double start, double timeout) {
@@ -167,35 +94,6 @@ void reportTransfer(CommunicatingSocket::DataHook hook, const void* data, int bu
                     int direction) {
     const int completeLength = std::max(bufferLen, 0);
     if (hook != nullptr && result == completeLength) hook(data, completeLength, direction);
-}
-
-// Splits the first line off `buffer`; false when it holds no complete line. `searchFrom` is how
-// much of the buffer is known to hold no line feed, so that a long line arriving in small chunks
-// is scanned once, not once per chunk.
-bool takeBufferedLine(std::string& buffer, std::string::size_type& searchFrom, std::string& line) {
-    const std::string::size_type end = buffer.find('\n', searchFrom);
-    if (end == std::string::npos) {
-        searchFrom = buffer.size();
-        return false;
-    }
-    line.assign(buffer, 0, end);
-    buffer.erase(0, end + 1);
-    searchFrom = 0;
-    return true;
-}
-
-// Adds one received chunk to the line buffer. The chunk is read as C text: a zero byte cuts the
-// line part before the first line feed, and the tail after it, at that byte.
-void appendChunk(const char* area, size_t received, std::string& buffer) {
-    const char* end = static_cast<const char*>(std::memchr(area, '\n', received));
-    if (end == nullptr) {
-        buffer.append(area);
-        return;
-    }
-    const size_t lineLength = static_cast<size_t>(end - area);
-    buffer.append(area, strnlen(area, lineLength));
-    buffer += '\n';
-    buffer.append(end + 1);
 }
 
 const sockaddr* asSockaddr(const sockaddr_in& addr) {
@@ -431,79 +329,16 @@ int CommunicatingSocket::sendLine(std::string line, double timeout) {
     return send(line.data(), static_cast<int>(line.size()), timeout);
 }
 
-// Serves the buffered text: a complete line, or a line-too-long report. Drops what belongs to a
-// line already reported too long or cut off, up to and including its line feed.
-int CommunicatingSocket::takeLine(std::string& line) {
-    if (mDiscarding) {
-        const std::string::size_type end = mLineBuffer.find('\n');
-        mDiscarding = end == std::string::npos;
-        mLineBuffer.erase(0, mDiscarding ? std::string::npos : end + 1);
-        if (mDiscarding) return kNoLineYet;
-    }
-    const bool complete = takeBufferedLine(mLineBuffer, mSearchFrom, line);
-    if (mMaxLineLength == 0) return complete ? 0 : kNoLineYet;
-    if (complete) {
-        if (line.size() <= mMaxLineLength) return 0;
-        line.clear();
-        return kLineTooLong;
-    }
-    if (mLineBuffer.size() <= mMaxLineLength) return kNoLineYet;
-    clearLineBuffer();
-    mDiscarding = true;
-    line.clear();
-    return kLineTooLong;
-}
-
-void CommunicatingSocket::clearLineBuffer() {
-    mLineBuffer.clear();
-    mSearchFrom = 0;
-}
-
-// The peer closed: the unterminated rest is the last line.
-int CommunicatingSocket::lastLine(std::string& line) {
-    line = std::move(mLineBuffer);
-    clearLineBuffer();
-    mDiscarding = false;
-    return 0;
-}
-
-int CommunicatingSocket::partialLine(std::string& line) {
-    if (mKeepPartialLines) {
-        line = mLineBuffer;
-    } else {
-        line = std::move(mLineBuffer);
-        clearLineBuffer();
-    }
-    return kTimedOut;
-}
-
-// Nothing of a line that a failure cut short may be run: neither what came, nor what follows.
-int CommunicatingSocket::cutOffLine(std::string& line, const char* call, int code) {
-    mDiscarding = mDiscarding || !mLineBuffer.empty();
-    clearLineBuffer();
-    line.clear();
-    return fail(mLastError, call, code);
-}
-
+// A chunk is one wait and one receive: a wait that ran out, or that ended without data, lets
+// the framer test the time-out.
 int CommunicatingSocket::getLine(std::string& line, double timeout) {
-    int taken = takeLine(line);
-    // A buffered line never waits, so the clock is read only when the socket may have to be.
-    if (taken != kNoLineYet) return taken;
-    const double start = monotonicSeconds();
-    for (;;) {
-        char area[kLineAreaSize] = {};
-        const WaitResult wait = waitFor(mSockDesc, POLLIN, timeout);
-        if (wait == WaitResult::kFailed) return cutOffLine(line, "ppoll", kTransferWaitFailed);
-        if (wait == WaitResult::kReady) {
-            const ssize_t received = receivePiece(mSockDesc, area, kLinePieceSize);
-            if (received < 0) return cutOffLine(line, "recv", kIoFailed);
-            if (received == 0) return lastLine(line);
-            appendChunk(area, static_cast<size_t>(received), mLineBuffer);
-            taken = takeLine(line);
-            if (taken != kNoLineYet) return taken;
-        }
-        if (hasExpired(start, timeout)) return partialLine(line);
-    }
+    return mLines.getLine(line, timeout, [this](char* area, int size, double wait) {
+        const WaitResult ready = waitFor(mSockDesc, POLLIN, wait);
+        if (ready == WaitResult::kFailed) return fail(mLastError, "ppoll", kTransferWaitFailed);
+        if (ready == WaitResult::kTimedOut) return kTimedOut;
+        const ssize_t received = receivePiece(mSockDesc, area, size);
+        return received < 0 ? fail(mLastError, "recv", kIoFailed) : static_cast<int>(received);
+    });
 }
 
 int CommunicatingSocket::recvReady(double timeout) {

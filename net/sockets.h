@@ -1,7 +1,8 @@
 // IPv4 socket classes with time-outs in seconds and integer result codes; nothing here throws
 // (except memory exhaustion while building a result string).
 //
-// Result codes of the waiting operations, named in namespace net and worded by net::resultName:
+// Result codes of the waiting operations, named in namespace net (results.h) and worded by
+// net::resultName:
 //   n > 0  all n requested bytes were transferred (send, recv, sendLine), or the n bytes that
 //          went out in time (sendWithin)
 //   0      success (connect, getLine, recvReady), the peer closed (recv, getLine), or nothing
@@ -38,6 +39,7 @@
 //   descriptor number works; a wait on a negative descriptor fails with EBADF.
 // - Every descriptor the layer creates or accepts is close-on-exec: a program the host starts
 //   does not inherit it.
+// - getLine's framing (net/line_framer.h) is shared with the TLS connections (net/tls_stream.h).
 // - getLine drops text that arrived before a time-out: on -10 `line` holds what the call
 //   gathered, and the next call does not see it again. setKeepPartialLines(true) keeps it
 //   instead and joins it with what follows, so a line is delivered whole however slowly it
@@ -77,21 +79,10 @@
 #include <cstddef>
 #include <string>
 
+#include "net/line_framer.h"
+#include "net/results.h"
+
 struct sockaddr_in;
-
-namespace net {
-constexpr int kTimedOut = -10;
-constexpr int kIoFailed = -11;
-constexpr int kConnectOrWaitFailed = -12;
-constexpr int kTransferWaitFailed = -13;
-constexpr int kLineTooLong = -14;
-
-// The code in words: "timed out", ..., "completed" for n >= 0, "failed" for other negatives.
-const char* resultName(int code);
-
-// Seconds on CLOCK_MONOTONIC; only differences mean anything.
-double monotonicSeconds();
-}  // namespace net
 
 // Wall-clock seconds (gettimeofday) with microsecond resolution.
 double getPrecTime();
@@ -162,13 +153,11 @@ public:
     // What `line` holds on each way out is settled at the top of this file.
     int getLine(std::string& line, double timeout);
     // Lines longer than maxBytes are refused with -14 (0: no bound, the default).
-    void setMaxLineLength(size_t maxBytes) { mMaxLineLength = maxBytes; }
+    void setMaxLineLength(size_t maxBytes) { mLines.setMaxLineLength(maxBytes); }
     // Keeps text that arrived before a getLine time-out for the next call (off by default).
-    void setKeepPartialLines(bool keep) { mKeepPartialLines = keep; }
+    void setKeepPartialLines(bool keep) { mLines.setKeepPartialLines(keep); }
     // True when a complete line is buffered, so the next getLine returns without waiting.
-    bool hasBufferedLine() const {
-        return !mDiscarding && mLineBuffer.find('\n', mSearchFrom) != std::string::npos;
-    }
+    bool hasBufferedLine() const { return mLines.hasBufferedLine(); }
     // 0 when the descriptor is readable, -10 or -12; ignores lines already buffered.
     int recvReady(double timeout);
     std::string getForeignAddress() const;
@@ -185,21 +174,8 @@ protected:
     std::string mLastSendError;
 
 private:
-    // takeLine's result when the buffer holds no line yet.
-    static constexpr int kNoLineYet = 1;
-    int takeLine(std::string& line);
-    // getLine's ways out without a new line.
-    int lastLine(std::string& line);
-    int partialLine(std::string& line);
-    int cutOffLine(std::string& line, const char* call, int code);
-    void clearLineBuffer();
-
     DataHook mDataHook;
-    std::string mLineBuffer;
-    std::string::size_type mSearchFrom = 0;  // mLineBuffer holds no line feed before this
-    size_t mMaxLineLength = 0;
-    bool mKeepPartialLines = false;
-    bool mDiscarding = false;  // dropping the rest of a line reported too long or cut off
+    net::LineFramer mLines;
 };
 
 class TCPSocket : public CommunicatingSocket {

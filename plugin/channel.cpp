@@ -1,6 +1,7 @@
 #include "plugin/channel.h"
 
-#include "net/sockets.h"
+#include "net/results.h"
+#include "net/stream.h"
 
 namespace PluginRemoteCtrl {
 
@@ -11,7 +12,7 @@ constexpr double kReplySliceSeconds = 0.05;
 
 }  // namespace
 
-bool ClientChannel::open(SessionId id, TCPSocket* socket) {
+bool ClientChannel::open(SessionId id, net::LineStream* socket) {
     std::lock_guard<std::mutex> lock(mMutex);
     if (mStopRequested) return false;
     mSocket = socket;

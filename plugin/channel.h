@@ -19,7 +19,9 @@
 
 #include "plugin/hostlog.h"
 
-class TCPSocket;
+namespace net {
+class LineStream;
+}
 
 namespace PluginRemoteCtrl {
 
@@ -37,7 +39,7 @@ public:
     // Publishes `socket` as session `id`'s connection, unless a stop was requested (false). The
     // stop request is raised before shutdown() takes the lock, so either shutdown() sees this
     // connection or this sees the request.
-    bool open(SessionId id, TCPSocket* socket);
+    bool open(SessionId id, net::LineStream* socket);
     // Lets the connection go: replies to its session go to no one from now on.
     void close();
     // Sends `line` to session `id` if it is still the current one; false when it has ended.
@@ -52,7 +54,7 @@ private:
     const HostLog& mLog;
     double mStalledClientLimit = 60.0;
     std::mutex mMutex;
-    TCPSocket* mSocket = nullptr;  // guarded by mMutex, as is mSession
+    net::LineStream* mSocket = nullptr;  // guarded by mMutex, as is mSession
     SessionId mSession = kNoSession;
 };
 

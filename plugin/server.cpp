@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "net/sockets.h"
+#include "net/tls_stream.h"
 #include "protocol/replies.h"
 
 namespace PluginRemoteCtrl {
@@ -14,6 +17,18 @@ constexpr double kReplyTimeout = 1.0;
 constexpr useconds_t kPollMicros = 100000;
 constexpr int kListenRetryPolls = 10;  // one attempt a second
 constexpr useconds_t kAcceptRetryMicros = 50000;
+constexpr int kHandshakeSeconds = 5;
+constexpr double kHandshakeStepSeconds = 0.1;  // how soon a handshake sees a stop request
+
+// 0 when the handshake succeeded within its bound; kTimedOut also when a stop was requested.
+int handshakeInTime(net::TlsStream& stream, const std::atomic<bool>& stopRequested) {
+    const double deadline = net::monotonicSeconds() + kHandshakeSeconds;
+    int rc = net::kTimedOut;
+    for (double left = kHandshakeSeconds; rc == net::kTimedOut && left > 0.0 && !stopRequested;
+         left = deadline - net::monotonicSeconds())
+        rc = stream.handshake(std::min(left, kHandshakeStepSeconds));
+    return rc;
+}
 
 }  // namespace
 
@@ -51,14 +66,32 @@ void CommandServer::serverFunction() {
     }
 }
 
-void CommandServer::serve(TCPSocket* client) {
+void CommandServer::serve(TCPSocket* accepted) {
+    std::unique_ptr<TCPSocket> client(accepted);
     const SessionId id = ++mLastSession;
-    if (admit(*client) && mSessions.channel.open(id, client)) {
-        prepareConnection(*client);
-        handleClient(id, *client, mSessions);
-        mSessions.channel.close();  // before the delete: no reply can reach a deleted socket
-    }
-    delete client;
+    if (!admit(*client)) return;
+    const std::unique_ptr<net::LineStream> stream = secure(std::move(client));
+    if (stream == nullptr || !mSessions.channel.open(id, stream.get())) return;
+    prepareConnection(*stream);
+    handleClient(id, *stream, mSessions);
+    mSessions.channel.close();  // before the stream goes: no reply can reach a deleted connection
+}
+
+// The handshake failures of an address share the refusals' bound; only whether a line may go out
+// is taken from it.
+std::unique_ptr<net::LineStream> CommandServer::secure(std::unique_ptr<TCPSocket> client) {
+    if (!mSettings.tls) return std::make_unique<net::PlainStream>(std::move(client));
+    const std::string address = client->getForeignAddress();
+    auto stream = std::make_unique<net::TlsStream>(*mSettings.tls, std::move(client));
+    const int rc = handshakeInTime(*stream, mSessions.stopRequested);
+    if (rc == 0) return stream;
+    if (mSessions.stopRequested) return nullptr;
+    const std::string reason =
+        rc == net::kTimedOut ? "no handshake within " + std::to_string(kHandshakeSeconds) + " s"
+                             : stream->lastError();
+    if (!mHandshakeFailures.refused(address, net::monotonicSeconds()).empty())
+        mLog("TLS handshake with %s failed: %s", address.c_str(), reason.c_str());
+    return nullptr;
 }
 
 // A failed socket cannot simply bind again (listen() gave it a port of the system's choice), so
@@ -88,10 +121,11 @@ bool CommandServer::listenUntilStopped() {
     return false;
 }
 
+// A TLS client would take the plain refusal for a broken handshake; it only sees the close.
 bool CommandServer::admit(TCPSocket& client) {
     const std::string address = client.getForeignAddress();
     if (isAllowed(mSettings.allowFrom, address)) return true;
-    client.sendLine(protocol::kErrorAccessDenied, kReplyTimeout);
+    if (!mSettings.tls) client.sendLine(protocol::kErrorAccessDenied, kReplyTimeout);
     const std::string line = mRefusals.refused(address, net::monotonicSeconds());
     if (!line.empty()) mLog("%s", line.c_str());
     return false;

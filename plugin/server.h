@@ -5,8 +5,13 @@
 //   session's connections sit in the closing wait). When listening fails, the host log says so
 //   once, naming the port and the system's reason, and the server tries again every second until
 //   it listens or is stopped.
-// - A client outside AllowFrom is answered "ERROR: ACCESS DENIED" and closed before any line is
-//   read; the host log names its address (see refusals.h for the bound).
+// - A client outside AllowFrom is answered "ERROR: ACCESS DENIED" (on a TLS port: not a byte) and
+//   closed before any line is read; the host log names its address (see refusals.h for the bound).
+// - With TLS, an admitted client's handshake runs here, before the connection becomes the current
+//   client, and must end within 5 s: a client that stalls in it, sends plain text or presents no
+//   acceptable certificate never holds the session. The host log says "TLS handshake with A.B.C.D
+//   failed: reason", within the same bound per address as refusals (the count of lines held back
+//   is not told). A stop request ends a handshake within 0.1 s.
 // - A failing accept() is retried after a short pause unless a stop was requested.
 // - A connection accepted after the stop request is closed at once, not served.
 //
@@ -15,7 +20,9 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <mutex>
+#include <string>
 
 #include "plugin/hostlog.h"
 #include "plugin/refusals.h"
@@ -24,6 +31,10 @@
 
 class TCPServerSocket;
 class TCPSocket;
+
+namespace net {
+class LineStream;
+}
 
 namespace PluginRemoteCtrl {
 
@@ -45,14 +56,17 @@ public:
 private:
     bool listenUntilStopped();
     bool admit(TCPSocket& client);
-    void serve(TCPSocket* client);
+    void serve(TCPSocket* accepted);
+    // The connection as its session reads it, or null when its TLS handshake failed.
+    std::unique_ptr<net::LineStream> secure(std::unique_ptr<TCPSocket> client);
 
     const PluginSettings& mSettings;
     const SessionContext& mSessions;
     const HostLog& mLog;
     std::mutex mMutex;
     TCPServerSocket* mServer;  // guarded by mMutex
-    RefusalLog mRefusals;      // server thread only
+    RefusalLog mRefusals;      // server thread only, as is mHandshakeFailures
+    RefusalLog mHandshakeFailures;
     SessionId mLastSession = kNoSession;
 };
 

@@ -2,7 +2,8 @@
 
 #include <string>
 
-#include "net/sockets.h"
+#include "net/results.h"
+#include "net/stream.h"
 #include "protocol/command_language.h"
 #include "protocol/replies.h"
 
@@ -21,13 +22,13 @@ bool isIdleTooLong(SessionId id, double lastLineAt, const SessionContext& contex
 
 }  // namespace
 
-void prepareConnection(TCPSocket& client) {
+void prepareConnection(net::LineStream& client) {
     client.setMaxLineLength(kMaxLineLength);
     client.setKeepPartialLines(true);
     client.setNoDelay();
 }
 
-void handleClient(SessionId id, TCPSocket& client, const SessionContext& context) {
+void handleClient(SessionId id, net::LineStream& client, const SessionContext& context) {
     double lastLineAt = net::monotonicSeconds();
     std::string line;
     for (;;) {

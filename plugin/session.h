@@ -1,4 +1,5 @@
-// One accepted connection, read line by line on the server thread until the client ends it.
+// One accepted connection, plain or TLS (the session does not know which), read line by line on
+// the server thread until the client ends it.
 //
 // A line runs at most once. It ends at a line feed; trailing blanks, carriage returns and line
 // feeds are trimmed; an empty line or exactly "QUIT()" ends the session without a reply. Text that
@@ -21,7 +22,9 @@
 #include "plugin/commands.h"
 #include "plugin/settings.h"
 
-class TCPSocket;
+namespace net {
+class LineStream;
+}
 
 namespace PluginRemoteCtrl {
 
@@ -35,10 +38,10 @@ struct SessionContext {
 };
 
 // Readies `client` for a session: the line bound, kept partial lines, TCP_NODELAY.
-void prepareConnection(TCPSocket& client);
+void prepareConnection(net::LineStream& client);
 
 // Serves session `id` on `client` until it ends. The caller has published the connection in the
 // channel and lets it go afterwards.
-void handleClient(SessionId id, TCPSocket& client, const SessionContext& context);
+void handleClient(SessionId id, net::LineStream& client, const SessionContext& context);
 
 }  // namespace PluginRemoteCtrl

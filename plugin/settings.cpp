@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "net/tls_context.h"
 #include "settings/str.h"
 #include "settings/strictini.h"
 
@@ -14,8 +15,12 @@ namespace {
 
 using namespace protocol;
 
-constexpr const char* kKeys[] = {kPortKey, kAddressKey, kAllowFromKey, kIdleTimeoutKey};
+constexpr const char* kKeys[] = {kPortKey,        kAddressKey,           kAllowFromKey,
+                                 kIdleTimeoutKey, kTlsCertificateKey,    kTlsKeyKey,
+                                 kTlsClientCaKey, kTlsAllowedClientsKey, kTlsMinVersionKey};
 constexpr const char* kItemBlanks = " ";
+constexpr const char* kTls12 = "1.2";
+constexpr const char* kTls13 = "1.3";
 
 // A decimal number 0..max written with digits only.
 bool parseSmallNumber(const std::string& text, unsigned max, unsigned& value) {
@@ -41,17 +46,30 @@ bool parseBlock(const std::string& text, AddressBlock& block) {
     return true;
 }
 
-bool parseAllowList(const std::string& text, std::vector<AddressBlock>& blocks) {
-    std::string::size_type start = 0;
-    for (;;) {
+// The items between commas, blanks around them dropped.
+std::vector<std::string> listItems(const std::string& text) {
+    std::vector<std::string> items;
+    for (std::string::size_type start = 0;;) {
         const std::string::size_type comma = text.find(',', start);
-        AddressBlock block{};
-        if (!parseBlock(str::trim(text.substr(start, comma - start), kItemBlanks), block))
-            return false;
-        blocks.push_back(block);
-        if (comma == std::string::npos) return true;
+        items.push_back(str::trim(text.substr(start, comma - start), kItemBlanks));
+        if (comma == std::string::npos) return items;
         start = comma + 1;
     }
+}
+
+bool parseAllowList(const std::string& text, std::vector<AddressBlock>& blocks) {
+    for (const std::string& item : listItems(text)) {
+        AddressBlock block{};
+        if (!parseBlock(item, block)) return false;
+        blocks.push_back(block);
+    }
+    return true;
+}
+
+bool parseNameList(const std::string& text, std::vector<std::string>& names) {
+    names = listItems(text);
+    return std::none_of(names.begin(), names.end(),
+                        [](const std::string& name) { return name.empty(); });
 }
 
 // A section or key the plug-in does not read would leave its setting out without a word, which
@@ -74,7 +92,40 @@ std::string invalidSetting(const StrictIni& ini, const char* key) {
            ini.path();
 }
 
-std::string readValues(StrictIni& ini, PluginSettings& settings) {
+std::string missingSetting(const StrictIni& ini, const char* key) {
+    return std::string("Missing setting ") + key + " in " + ini.path();
+}
+
+std::string inFolder(const std::string& dir, const std::string& path) {
+    return path.empty() || path[0] == '/' ? path : dir + "/" + path;
+}
+
+// The other TLS keys mean nothing without a certificate; a file that sets one of them alone
+// most likely expects TLS, so it is refused rather than served in the clear.
+std::string readTls(const StrictIni& ini, const std::string& dir, PluginSettings& settings) {
+    net::TlsServerConfig config;
+    config.certificateFile = inFolder(dir, ini.text(kSettingsSection, kTlsCertificateKey));
+    config.keyFile = inFolder(dir, ini.text(kSettingsSection, kTlsKeyKey));
+    config.clientCaFile = inFolder(dir, ini.text(kSettingsSection, kTlsClientCaKey));
+    const std::string allowed = ini.text(kSettingsSection, kTlsAllowedClientsKey);
+    const std::string version = ini.text(kSettingsSection, kTlsMinVersionKey);
+    if (config.certificateFile.empty()) {
+        const bool tlsMeant = !(config.keyFile + config.clientCaFile + allowed + version).empty();
+        return tlsMeant ? missingSetting(ini, kTlsCertificateKey) : "";
+    }
+    if (config.keyFile.empty()) return missingSetting(ini, kTlsKeyKey);
+    if (config.clientCaFile.empty()) return missingSetting(ini, kTlsClientCaKey);
+    if (!allowed.empty() && !parseNameList(allowed, config.allowedClients))
+        return invalidSetting(ini, kTlsAllowedClientsKey);
+    if (!version.empty() && version != kTls13 && version != kTls12)
+        return invalidSetting(ini, kTlsMinVersionKey);
+    config.allowTls12 = version == kTls12;
+    std::string error;
+    settings.tls = net::TlsContext::forServer(config, error);
+    return error;
+}
+
+std::string readValues(StrictIni& ini, const std::string& dir, PluginSettings& settings) {
     settings.port = str::toNumDef<int>(ini.text(kSettingsSection, kPortKey), settings.port);
     std::uint32_t ignored = 0;
     settings.address = ini.text(kSettingsSection, kAddressKey);
@@ -85,7 +136,7 @@ std::string readValues(StrictIni& ini, PluginSettings& settings) {
         return invalidSetting(ini, kAllowFromKey);
     if (!ini.readReal(kSettingsSection, kIdleTimeoutKey, settings.idleTimeout, 0.0))
         return invalidSetting(ini, kIdleTimeoutKey);
-    return "";
+    return readTls(ini, dir, settings);
 }
 
 }  // namespace
@@ -124,7 +175,7 @@ PluginSettings readPluginSettings(const std::string& dir) {
             break;
         case TextFileRead::Read:
             settings.error = layoutError(ini);
-            if (settings.error.empty()) settings.error = readValues(ini, settings);
+            if (settings.error.empty()) settings.error = readValues(ini, dir, settings);
             break;
     }
     return settings;

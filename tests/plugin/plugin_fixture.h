@@ -1,5 +1,5 @@
 // The plug-in tests' fixture: a RemoteCtrl served by the fake host on a free loopback port, and a
-// client that pairs replies exactly with the protocol's sync line.
+// client, plain or TLS, that pairs replies exactly with the protocol's sync line.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,6 +15,7 @@
 #include "tests/support/files.h"
 #include "tests/support/raw_client.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/tls_client.h"
 
 namespace testhost {
 
@@ -24,19 +25,24 @@ inline void writePortSetting(const std::string& dir, const std::string& port) {
     writeFile(dir + "/remotectrl.ini", "[Settings]\nPort=" + port + "\n");
 }
 
-class Client : public RawClient {
+template <typename Transport>
+class PairedClient : public Transport {
 public:
+    using Transport::Transport;
+
     // Sends the command with the sync line; returns the command's own replies joined by "|"
     // ("" when it was silent), or "<no reply>" when the sync reply did not come.
     std::string exchange(const std::string& command) {
         const protocol::PairingKind kind = protocol::pairingKind(command);
         const unsigned long ticket = mPairing.sent(kind);
-        if (!sendLine(protocol::withSyncLine(command, kind))) return "<not sent>";
+        if (!this->sendLine(protocol::withSyncLine(command, kind))) return "<not sent>";
         std::string replies;
         while (!mPairing.answered(ticket))
             if (!receive(replies)) return "<no reply>";
         return replies;
     }
+    // True while an acquisition this client started has not sent its final line.
+    bool acquisitionPending() const { return mPairing.acquisitionPending(); }
     // The oldest final line of this client's acquisitions, waiting for one when none has come.
     std::string nextFinal() {
         std::string replies;
@@ -52,7 +58,7 @@ private:
     // ones too) to mFinals.
     bool receive(std::string& replies) {
         std::string line;
-        if (!readLine(line, kReplyBound)) return false;
+        if (!this->readLine(line, kReplyBound)) return false;
         std::vector<protocol::Routed> routed;
         mPairing.take(line, routed);
         for (const protocol::Routed& entry : routed)
@@ -66,6 +72,9 @@ private:
     protocol::ReplyPairing mPairing;
     std::vector<std::string> mFinals;
 };
+
+using Client = PairedClient<RawClient>;
+using TlsPairedClient = PairedClient<TlsClient>;
 
 // A plug-in with two devices in both lists and devcontrol loaded, listening on a free port.
 class PluginTest : public ::testing::Test {

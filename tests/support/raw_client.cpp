@@ -108,6 +108,10 @@ std::optional<ssize_t> receiveChunk(int fd, Clock::time_point deadline, std::str
 
 }  // namespace
 
+std::optional<ssize_t> RawClient::receive(Deadline deadline, std::string& into) {
+    return receiveChunk(mFd, deadline, into);
+}
+
 bool RawClient::readLine(std::string& line, milliseconds bound) {
     Clock::time_point deadline = Clock::now() + bound;
     for (;;) {
@@ -117,7 +121,7 @@ bool RawClient::readLine(std::string& line, milliseconds bound) {
             mBuffer.erase(0, end + 1);
             return true;
         }
-        std::optional<ssize_t> received = receiveChunk(mFd, deadline, mBuffer);
+        std::optional<ssize_t> received = receive(deadline, mBuffer);
         if (!received || *received <= 0) return false;
     }
 }
@@ -126,7 +130,7 @@ bool RawClient::waitForClose(milliseconds bound) {
     Clock::time_point deadline = Clock::now() + bound;
     std::string ignored;
     for (;;) {
-        std::optional<ssize_t> received = receiveChunk(mFd, deadline, ignored);
+        std::optional<ssize_t> received = receive(deadline, ignored);
         if (!received) return false;
         if (*received <= 0) return true;  // closed, or reset
         ignored.clear();

@@ -2,6 +2,9 @@
 // free loopback port to serve on. Nothing here talks to any address but 127.0.0.1.
 #pragma once
 
+#include <sys/types.h>
+
+#include <optional>
 #include <string>
 
 #include "tests/support/bounds.h"
@@ -22,16 +25,19 @@ struct Endpoint {
 // running in the test's own process), or -1.
 int peerDescriptor(int fd);
 
+// The transport is virtual so that TlsClient (tls_client.h) serves wherever this one does.
 class RawClient {
 public:
+    using Deadline = std::chrono::steady_clock::time_point;
+
     RawClient() = default;
-    ~RawClient() { close(); }
+    virtual ~RawClient() { close(); }
     RawClient(const RawClient&) = delete;
     RawClient& operator=(const RawClient&) = delete;
 
     // Connects to the endpoint's address and port, retrying refused attempts until `bound`.
-    bool connect(int port, milliseconds bound, const Endpoint& endpoint = {});
-    bool sendText(const std::string& text);
+    virtual bool connect(int port, milliseconds bound, const Endpoint& endpoint = {});
+    virtual bool sendText(const std::string& text);
     bool sendLine(const std::string& line) { return sendText(line + "\n"); }
     // The next line without its line feed; false on time-out or closed connection.
     bool readLine(std::string& line, milliseconds bound);
@@ -43,9 +49,14 @@ public:
     // True when the peer closed the connection within `bound` (pending lines are skipped).
     bool waitForClose(milliseconds bound);
     // Closes at once with a reset instead of an orderly shutdown.
-    void abort();
-    void close();
+    virtual void abort();
+    virtual void close();
     int descriptor() const { return mFd; }
+
+protected:
+    // Waits until `deadline` for bytes and appends what one receive gives to `into`: its result
+    // (0: the peer closed; below 0: the connection failed), or nothing when the wait ran out.
+    virtual std::optional<ssize_t> receive(Deadline deadline, std::string& into);
 
 private:
     int mFd = -1;

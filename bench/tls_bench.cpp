@@ -1,0 +1,159 @@
+// TLS beside plain TCP in one run: the plug-in module in the no-op bench host, one process with a
+// plain port and one with a TLS port (the test PKI's certificates, client certificate required),
+// both measured with the tests' clients, which differ in the transport only:
+//   "round trip"  one GUI_ISRUNNING(0) and its reply on an open connection;
+//   "connection"  connect, the TLS handshake on the TLS port, the first reply, close.
+// Values are p50 latencies (medians over the repetitions); the TLS rows' ratio is TLS ÷ plain.
+// Targets: the TLS round trip within 2x plain, a TLS connection under 5 ms. Never asserts.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bench/bench_host.h"
+#include "bench/stats.h"
+#include "bench/table.h"
+#include "bench/znhost_server.h"
+#include "tests/support/files.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/tls_client.h"
+
+namespace bench {
+namespace {
+
+using testsupport::ChildProcess;
+using testsupport::RawClient;
+using testsupport::TlsClient;
+
+constexpr int kRepetitions = 7;
+constexpr int kRoundTrips = 5000;
+constexpr int kConnections = 200;
+constexpr unsigned kServerLifetimeSeconds = 300;  // a server's last resort
+constexpr const char* kQuery = "GUI_ISRUNNING(0)";
+constexpr const char* kReply = "NO";
+
+struct Server {
+    const char* name;
+    int port;
+    std::string failure;  // why it does not serve; empty when it does
+};
+
+// The module in the bench host, in a process of its own, with `lines` beside the port.
+Server startServer(const char* name, const std::string& folder, const std::string& lines,
+                   ChildProcess& process) {
+    Server server{name, testsupport::freeLoopbackPort(), ""};
+    testsupport::writeFile(folder + "/remotectrl.ini",
+                           "[Settings]\nPort=" + std::to_string(server.port) + "\n" + lines);
+    if (!process.fork([=] {
+            alarm(kServerLifetimeSeconds);
+            BenchHost host(folder);
+            void* module = nullptr;
+            std::string error;
+            if (loadPlugin(defaultModulePath(), host, module, error) == nullptr) return 1;
+            for (;;)
+                pause();  // serves on the plug-in's own thread until stopped
+        }))
+        server.failure = "cannot fork";
+    return server;
+}
+
+std::unique_ptr<RawClient> newClient(bool tls) {
+    if (tls) return std::make_unique<TlsClient>();
+    return std::make_unique<RawClient>();
+}
+
+// Seconds per round trip on one connection, or none when a reply did not come.
+std::vector<double> roundTrips(int port, bool tls) {
+    const std::unique_ptr<RawClient> client = newClient(tls);
+    if (!client->connect(port, testsupport::kStartBound)) return {};
+    std::vector<double> seconds;
+    for (int i = 0; i < kRoundTrips; ++i) {
+        const double start = monotonicSeconds();
+        if (client->request(kQuery) != kReply) return {};
+        seconds.push_back(monotonicSeconds() - start);
+    }
+    return seconds;
+}
+
+// Seconds from connect to the first reply, one connection after another.
+std::vector<double> connections(int port, bool tls) {
+    std::vector<double> seconds;
+    for (int i = 0; i < kConnections; ++i) {
+        const std::unique_ptr<RawClient> client = newClient(tls);
+        const double start = monotonicSeconds();
+        if (!client->connect(port, testsupport::kStartBound) || client->request(kQuery) != kReply)
+            return {};
+        seconds.push_back(monotonicSeconds() - start);
+    }
+    return seconds;
+}
+
+// Medians over the repetitions of each run's p50 and p99, in seconds; NaN when a run failed.
+struct Figures {
+    double p50;
+    double p99;
+};
+
+Figures measure(std::vector<double> (*run)(int, bool), const Server& server, bool tls) {
+    std::vector<double> p50s, p99s;
+    for (int repetition = 0; server.failure.empty() && repetition < kRepetitions; ++repetition) {
+        const std::vector<double> seconds = run(server.port, tls);
+        if (seconds.empty()) return Figures{kNoFigure, kNoFigure};
+        p50s.push_back(percentile(seconds, 0.50));
+        p99s.push_back(percentile(seconds, 0.99));
+    }
+    return Figures{median(p50s), median(p99s)};
+}
+
+std::string latencies(const Figures& figures, const Server& server) {
+    if (!server.failure.empty()) return server.failure;
+    return "p50 " + figureText(figures.p50 * 1e6) + " p99 " + figureText(figures.p99 * 1e6) + " us";
+}
+
+void run(bool header) {
+    testsupport::TempDir dir;
+    const std::string plainFolder = dir.file("plain"), tlsFolder = dir.file("tls");
+    using testsupport::pkiFile;
+    const std::string tlsLines = "TlsCertificate=" + pkiFile("server.pem") +
+                                 "\nTlsKey=" + pkiFile("server.key") +
+                                 "\nTlsClientCA=" + pkiFile("ca.pem") + "\n";
+    std::vector<ChildProcess> processes(2);
+    const bool folders =
+        mkdir(plainFolder.c_str(), 0700) == 0 && mkdir(tlsFolder.c_str(), 0700) == 0;
+    const Server plain = folders ? startServer("plain TCP", plainFolder, "", processes[0])
+                                 : Server{"plain TCP", -1, "cannot create " + dir.path()};
+    const Server tls = folders ? startServer("TLS 1.3", tlsFolder, tlsLines, processes[1])
+                               : Server{"TLS 1.3", -1, "cannot create " + dir.path()};
+    if (header) printHeader();
+
+    const Figures plainTrip = measure(roundTrips, plain, false);
+    const Figures tlsTrip = measure(roundTrips, tls, true);
+    printRow(Row{"round trip", plain.name, plainTrip.p50 * 1e6, "us", latencies(plainTrip, plain)});
+    Row tripRow{"round trip", tls.name, tlsTrip.p50 * 1e6, "us", latencies(tlsTrip, tls)};
+    tripRow.ratio = tlsTrip.p50 / plainTrip.p50;
+    tripRow.target = ratioAtMost(2.0);
+    printRow(tripRow);
+
+    const Figures plainSetUp = measure(connections, plain, false);
+    const Figures tlsSetUp = measure(connections, tls, true);
+    printRow(
+        Row{"connection", plain.name, plainSetUp.p50 * 1e3, "ms", latencies(plainSetUp, plain)});
+    Row setUpRow{"connection", tls.name, tlsSetUp.p50 * 1e3, "ms", latencies(tlsSetUp, tls)};
+    setUpRow.ratio = tlsSetUp.p50 / plainSetUp.p50;
+    setUpRow.target = valueBelow(5.0);
+    printRow(setUpRow);
+
+    for (ChildProcess& process : processes)
+        stopServer(process);
+}
+
+}  // namespace
+}  // namespace bench
+
+int main(int argc, char** argv) {
+    bench::run(argc > 1 && std::strcmp(argv[1], "--header") == 0);
+    return 0;
+}

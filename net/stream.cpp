@@ -1,0 +1,47 @@
+#include "net/stream.h"
+
+#include "net/sockets.h"
+
+namespace net {
+
+PlainStream::PlainStream(std::unique_ptr<TCPSocket> socket) : mSocket(std::move(socket)) {}
+
+PlainStream::~PlainStream() = default;
+
+int PlainStream::getLine(std::string& line, double timeout) {
+    return mSocket->getLine(line, timeout);
+}
+
+void PlainStream::setMaxLineLength(size_t maxBytes) {
+    mSocket->setMaxLineLength(maxBytes);
+}
+
+void PlainStream::setKeepPartialLines(bool keep) {
+    mSocket->setKeepPartialLines(keep);
+}
+
+bool PlainStream::hasBufferedLine() const {
+    return mSocket->hasBufferedLine();
+}
+
+int PlainStream::sendWithin(const void* buffer, int bufferLen, double timeout) {
+    return mSocket->sendWithin(buffer, bufferLen, timeout);
+}
+
+int PlainStream::shutdownBoth() {
+    return mSocket->shutdownBoth();
+}
+
+std::string PlainStream::getForeignAddress() const {
+    return mSocket->getForeignAddress();
+}
+
+int PlainStream::setNoDelay() {
+    return mSocket->setNoDelay();
+}
+
+int PlainStream::setCork(bool on) {
+    return mSocket->setCork(on);
+}
+
+}  // namespace net
