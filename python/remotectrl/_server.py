@@ -22,13 +22,14 @@ Usage: RemoteCtrlDS INSTANCE [-v[LEVEL]] [-nodb -dlist DEVICE[,...] | -file=FILE
 Tango device server for remotectrl hosts: server RemoteCtrlDS, class RemoteCtrl, one device per
 acquisition device of a host, all of one host sharing its single client connection.
 
-Device properties (default):
+Device properties (default); a value set on the device wins over the class property of the
+same name, which wins over the default. Init reads and checks them again:
 %s
-Attributes: Count, ExposureTime (s), FileName, Threshold (read-write, used by Start) and
-LastReply (read-only: the last line the host answered).
+Attributes: Count, ExposureTime (s), FileName, Threshold (read-write, used by Start, memorized)
+and LastReply (read-only: the last line the host answered).
 Commands: Start, Stop, GuiStart, GuiStop, GuiSetFile(file), GuiIsRunning -> bool.
-States: ON, RUNNING, FAULT (the last acquisition failed), UNKNOWN (the host cannot be reached);
-changes are pushed as change events.
+States: ON, RUNNING, FAULT (a property that cannot be used, a failed or overdue acquisition),
+UNKNOWN (the host does not answer, or not yet); changes are pushed as change events.
 
 With a Tango database (TANGO_HOST set), INSTANCE names the server instance registered there.
 Without one, -nodb -dlist names the devices, whose properties keep their defaults, or -file=FILE

@@ -20,11 +20,6 @@ from typing import List, Optional, Sequence
 
 from . import _wire
 
-# tango.py reads the replies here.
-from ._wire import REPLY_NO as REPLY_NO
-from ._wire import REPLY_OK as REPLY_OK
-from ._wire import REPLY_YES as REPLY_YES
-
 
 class PairingKind(enum.Enum):
     """How the replies of a line are paired (see classify)."""
