@@ -329,15 +329,19 @@ int CommunicatingSocket::sendLine(std::string line, double timeout) {
     return send(line.data(), static_cast<int>(line.size()), timeout);
 }
 
+int CommunicatingSocket::recvSome(void* buffer, int bufferLen, double timeout) {
+    const WaitResult ready = waitFor(mSockDesc, POLLIN, timeout);
+    if (ready == WaitResult::kFailed) return fail(mLastError, "ppoll", kTransferWaitFailed);
+    if (ready == WaitResult::kTimedOut) return kTimedOut;
+    const ssize_t received = receivePiece(mSockDesc, static_cast<char*>(buffer), bufferLen);
+    return received < 0 ? fail(mLastError, "recv", kIoFailed) : static_cast<int>(received);
+}
+
 // A chunk is one wait and one receive: a wait that ran out, or that ended without data, lets
 // the framer test the time-out.
 int CommunicatingSocket::getLine(std::string& line, double timeout) {
     return mLines.getLine(line, timeout, [this](char* area, int size, double wait) {
-        const WaitResult ready = waitFor(mSockDesc, POLLIN, wait);
-        if (ready == WaitResult::kFailed) return fail(mLastError, "ppoll", kTransferWaitFailed);
-        if (ready == WaitResult::kTimedOut) return kTimedOut;
-        const ssize_t received = receivePiece(mSockDesc, area, size);
-        return received < 0 ? fail(mLastError, "recv", kIoFailed) : static_cast<int>(received);
+        return recvSome(area, size, wait);
     });
 }
 

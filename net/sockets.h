@@ -147,6 +147,10 @@ public:
     int sendWithin(const void* buffer, int bufferLen, double timeout);
     // bufferLen, 0 (also when the peer closed early), -10, -11 or -13.
     int recv(void* buffer, int bufferLen, double timeout);
+    // One wait of at most `timeout`, then what has arrived, up to bufferLen bytes: the count, 0
+    // (the peer closed), -10, -11 or -13. Bypasses getLine's buffer and the data hook: a reader
+    // that frames lines itself uses this instead of getLine, never beside it.
+    int recvSome(void* buffer, int bufferLen, double timeout);
     // Sends line + "\n"; as send, so success is line.size() + 1.
     int sendLine(std::string line, double timeout);
     // Next line without its "\n" (a "\r" stays): 0, -10, -11, -13, or -14 with a line bound.

@@ -24,6 +24,18 @@ bool PlainStream::hasBufferedLine() const {
     return mSocket->hasBufferedLine();
 }
 
+int PlainStream::readSome(char* area, int size, double timeout) {
+    return mSocket->recvSome(area, size, timeout);
+}
+
+const std::string& PlainStream::lastError() const {
+    return mSocket->lastError();
+}
+
+const std::string& PlainStream::lastSendError() const {
+    return mSocket->lastSendError();
+}
+
 int PlainStream::sendWithin(const void* buffer, int bufferLen, double timeout) {
     return mSocket->sendWithin(buffer, bufferLen, timeout);
 }

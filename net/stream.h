@@ -22,6 +22,14 @@ public:
     virtual void setKeepPartialLines(bool keep) = 0;
     // True when the next getLine returns a line without waiting.
     virtual bool hasBufferedLine() const = 0;
+    // For a reader that frames lines itself, instead of getLine (never beside it): one wait of at
+    // most `timeout`, then up to `size` received bytes: the count, 0 when the peer has ended the
+    // stream, kTimedOut (also when what came was not yet a whole TLS record), kTransferWaitFailed
+    // (errno EINTR when a signal cut the wait short: nothing is lost, call again) or kIoFailed.
+    virtual int readSome(char* area, int size, double timeout) = 0;
+    // Why the last read (or handshake) failed, and why the last send did, in words.
+    virtual const std::string& lastError() const = 0;
+    virtual const std::string& lastSendError() const = 0;
     // The count sent within `timeout` (fewer than bufferLen: the time ran out; continue from the
     // count with the same bytes), -11 or -13.
     virtual int sendWithin(const void* buffer, int bufferLen, double timeout) = 0;
@@ -43,6 +51,9 @@ public:
     void setMaxLineLength(size_t maxBytes) override;
     void setKeepPartialLines(bool keep) override;
     bool hasBufferedLine() const override;
+    int readSome(char* area, int size, double timeout) override;
+    const std::string& lastError() const override;
+    const std::string& lastSendError() const override;
     int sendWithin(const void* buffer, int bufferLen, double timeout) override;
     int shutdownBoth() override;
     std::string getForeignAddress() const override;

@@ -95,45 +95,46 @@ std::string utcText(const ASN1_TIME* time) {
     return text;
 }
 
-std::string loadCertificate(SSL_CTX* context, const TlsServerConfig& config) {
+// The own certificate of either side: an expired one would only be refused by the peer, with a
+// less telling message.
+std::string loadCertificate(SSL_CTX* context, const std::string& file) {
     std::string text, error;
-    if (!readFile(config.certificateFile, false, text, error)) return error;
+    if (!readFile(file, false, text, error)) return error;
     std::vector<Certificate> chain = certificates(text);
-    if (chain.empty()) return failure(config.certificateFile, "no certificate");
+    if (chain.empty()) return failure(file, "no certificate");
     if (X509_cmp_current_time(X509_get0_notAfter(chain[0].get())) < 0)
-        return failure(config.certificateFile,
-                       "expired on " + utcText(X509_get0_notAfter(chain[0].get())));
+        return failure(file, "expired on " + utcText(X509_get0_notAfter(chain[0].get())));
     if (SSL_CTX_use_certificate(context, chain[0].get()) != 1)
-        return failure(config.certificateFile, tls_detail::reason());
+        return failure(file, tls_detail::reason());
     for (size_t i = 1; i < chain.size(); ++i)
         if (SSL_CTX_add1_chain_cert(context, chain[i].get()) != 1)
-            return failure(config.certificateFile, tls_detail::reason());
+            return failure(file, tls_detail::reason());
     return "";
 }
 
-std::string loadKey(SSL_CTX* context, const TlsServerConfig& config) {
+std::string loadKey(SSL_CTX* context, const std::string& file, const std::string& certificateFile) {
     std::string text, error;
-    if (!readFile(config.keyFile, true, text, error)) return error;
+    if (!readFile(file, true, text, error)) return error;
     const Bio bio = memoryBio(text);
     const Key key(PEM_read_bio_PrivateKey(bio.get(), nullptr, noPassphrase, nullptr));
     OPENSSL_cleanse(text.data(), text.size());
-    if (!key) return failure(config.keyFile, "no unencrypted private key");
+    if (!key) return failure(file, "no unencrypted private key");
     if (SSL_CTX_use_PrivateKey(context, key.get()) != 1 || SSL_CTX_check_private_key(context) != 1)
-        return failure(config.keyFile,
-                       "does not match the certificate in " + config.certificateFile);
+        return failure(file, "does not match the certificate in " + certificateFile);
     return "";
 }
 
-// The authorities verify client certificates and are named to clients in the request for one.
-std::string loadAuthorities(SSL_CTX* context, const TlsServerConfig& config) {
+// The authorities verify the peer's certificate; a server also names them to clients in its
+// request for one.
+std::string loadAuthorities(SSL_CTX* context, const std::string& file, bool nameToClients) {
     std::string text, error;
-    if (!readFile(config.clientCaFile, false, text, error)) return error;
+    if (!readFile(file, false, text, error)) return error;
     const std::vector<Certificate> authorities = certificates(text);
-    if (authorities.empty()) return failure(config.clientCaFile, "no certificate");
+    if (authorities.empty()) return failure(file, "no certificate");
     for (const Certificate& authority : authorities)
         if (X509_STORE_add_cert(SSL_CTX_get_cert_store(context), authority.get()) != 1 ||
-            SSL_CTX_add_client_CA(context, authority.get()) != 1)
-            return failure(config.clientCaFile, tls_detail::reason());
+            (nameToClients && SSL_CTX_add_client_CA(context, authority.get()) != 1))
+            return failure(file, tls_detail::reason());
     return "";
 }
 
@@ -203,6 +204,19 @@ SSL_CTX* newServerContext(bool allowTls12) {
     return context;
 }
 
+// TLS 1.2 too, for a server that allows it: the version is the server's choice. Writes behave as
+// the server's do; the server's name is checked per connection (tls_stream.h).
+SSL_CTX* newClientContext() {
+    SSL_CTX* context = SSL_CTX_new(TLS_client_method());
+    if (context == nullptr) return nullptr;
+    SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
+    SSL_CTX_set_options(context, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_TICKET);
+    SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
+    SSL_CTX_set_mode(context, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER, nullptr);
+    return context;
+}
+
 }  // namespace
 
 std::unique_ptr<TlsContext> TlsContext::forServer(const TlsServerConfig& config,
@@ -213,9 +227,24 @@ std::unique_ptr<TlsContext> TlsContext::forServer(const TlsServerConfig& config,
         return nullptr;
     }
     std::unique_ptr<TlsContext> self(new TlsContext(context, config.allowedClients));
-    error = loadCertificate(context, config);
-    if (error.empty()) error = loadKey(context, config);
-    if (error.empty()) error = loadAuthorities(context, config);
+    error = loadCertificate(context, config.certificateFile);
+    if (error.empty()) error = loadKey(context, config.keyFile, config.certificateFile);
+    if (error.empty()) error = loadAuthorities(context, config.clientCaFile, true);
+    if (!error.empty()) self.reset();
+    return self;
+}
+
+std::unique_ptr<TlsContext> TlsContext::forClient(const TlsClientConfig& config,
+                                                  std::string& error) {
+    SSL_CTX* context = newClientContext();
+    if (context == nullptr) {
+        error = "SSL_CTX_new: " + tls_detail::reason();
+        return nullptr;
+    }
+    std::unique_ptr<TlsContext> self(new TlsContext(context, {}));
+    error = loadAuthorities(context, config.serverCaFile, false);
+    if (error.empty()) error = loadCertificate(context, config.certificateFile);
+    if (error.empty()) error = loadKey(context, config.keyFile, config.certificateFile);
     if (!error.empty()) self.reset();
     return self;
 }

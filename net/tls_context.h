@@ -1,6 +1,7 @@
-// What the server side of a TLS connection needs, loaded once and shared by every connection:
-// the server's certificate chain and key, the authorities whose client certificates it accepts,
-// and which client names it lets in. Built on OpenSSL 3.
+// What one side of TLS connections needs, loaded once and shared by every connection. A server's:
+// its certificate chain and key, the authorities whose client certificates it accepts, and which
+// client names it lets in. A client's: the authorities that must have signed the server's
+// certificate, and its own certificate and key. Built on OpenSSL 3.
 //
 // Every connection is mutual TLS: TLS 1.3 (1.2 only when allowed), a client certificate that one
 // of the authorities signed, valid now and meant for client use. With an allow list, one of the
@@ -9,10 +10,15 @@
 // whole (no wildcards). There are no revocation lists: a certificate is withdrawn by taking its
 // name off the list, or by replacing the authority.
 //
+// A client offers TLS 1.2 and 1.3 (the server chooses) and accepts a server certificate that one
+// of its authorities signed, valid now, meant for server use and made out to the name the client
+// connected to (tls_stream.h).
+//
 // Loading fails, with one line "FILE: reason" naming the file, when a file cannot be read or is no
 // regular file, the key file can be read by group or others, a file holds no certificate or no
-// unencrypted private key, the key does not belong to the certificate, or the server certificate
-// has expired. No session tickets or session cache: each connection makes a full handshake.
+// unencrypted private key, the key does not belong to the certificate, or the side's own
+// certificate has expired. No session tickets or session cache: each connection makes a full
+// handshake.
 #pragma once
 
 #include <memory>
@@ -31,10 +37,17 @@ struct TlsServerConfig {
     bool allowTls12 = false;
 };
 
+struct TlsClientConfig {
+    std::string serverCaFile;     // PEM: one or more authorities
+    std::string certificateFile;  // PEM: the client's certificate, then its chain
+    std::string keyFile;          // PEM: the certificate's private key, unencrypted
+};
+
 class TlsContext {
 public:
     // The context, or null with `error` saying what is wrong with which file.
     static std::unique_ptr<TlsContext> forServer(const TlsServerConfig& config, std::string& error);
+    static std::unique_ptr<TlsContext> forClient(const TlsClientConfig& config, std::string& error);
     ~TlsContext();
     TlsContext(const TlsContext&) = delete;
     TlsContext& operator=(const TlsContext&) = delete;

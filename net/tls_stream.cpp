@@ -1,8 +1,10 @@
 #include "net/tls_stream.h"
 
+#include <arpa/inet.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
+#include <openssl/x509_vfy.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -76,7 +78,7 @@ BIO* socketBio(int fd) {
     return bio;
 }
 
-SSL* newServerConnection(const TlsContext& context, int fd, std::string* refusal) {
+SSL* newConnection(const TlsContext& context, int fd, std::string* refusal) {
     SSL* ssl = SSL_new(context.handle());
     BIO* bio = ssl != nullptr ? socketBio(fd) : nullptr;
     if (bio == nullptr) {
@@ -85,20 +87,39 @@ SSL* newServerConnection(const TlsContext& context, int fd, std::string* refusal
     }
     SSL_set_bio(ssl, bio, bio);
     SSL_set_app_data(ssl, refusal);
-    SSL_set_accept_state(ssl);
     return ssl;
 }
 
-// Why a call failed, read at once: errno and the error queue belong to the failing call.
-std::string failureReason(SSL* ssl, int verdict, const std::string& refusal) {
-    if (!refusal.empty()) return refusal;
-    const long verified = SSL_get_verify_result(ssl);
-    if (verified != X509_V_OK)
-        return std::string("certificate verify failed: ") + X509_verify_cert_error_string(verified);
-    if (verdict == SSL_ERROR_ZERO_RETURN) return "closed by the peer";
-    if (verdict == SSL_ERROR_SYSCALL && errno != 0) return std::strerror(errno);
-    if (verdict == SSL_ERROR_SYSCALL) return "closed without close_notify";
-    return tls_detail::reason();
+bool isAddress(const std::string& name) {
+    unsigned char address[sizeof(in6_addr)];
+    return inet_pton(AF_INET, name.c_str(), address) == 1 ||
+           inet_pton(AF_INET6, name.c_str(), address) == 1;
+}
+
+// False when OpenSSL cannot take the name (a DNS name it cannot check, such as one with a zero
+// byte): the handshake must then not go ahead unchecked.
+bool expectServer(SSL* ssl, const std::string& serverName) {
+    if (isAddress(serverName))
+        return X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl), serverName.c_str()) == 1;
+    return SSL_set1_host(ssl, serverName.c_str()) == 1 &&
+           SSL_set_tlsext_host_name(ssl, serverName.c_str()) == 1;
+}
+
+// The alerts by which a server says what it thinks of the client's certificate.
+bool isCertificateAlert(int alert) {
+    switch (alert) {
+        case SSL_AD_BAD_CERTIFICATE:
+        case SSL_AD_UNSUPPORTED_CERTIFICATE:
+        case SSL_AD_CERTIFICATE_REVOKED:
+        case SSL_AD_CERTIFICATE_EXPIRED:
+        case SSL_AD_CERTIFICATE_UNKNOWN:
+        case SSL_AD_UNKNOWN_CA:
+        case SSL_AD_ACCESS_DENIED:
+        case SSL_AD_CERTIFICATE_REQUIRED:
+            return true;
+        default:
+            return false;
+    }
 }
 
 bool isWaiting(int verdict) {
@@ -109,8 +130,24 @@ bool isWaiting(int verdict) {
 
 TlsStream::TlsStream(const TlsContext& context, std::unique_ptr<TCPSocket> socket)
     : mSocket(std::move(socket)) {
-    mSsl = newServerConnection(context, mSocket->getDescriptor(), &mRefusal);
+    mSsl = newConnection(context, mSocket->getDescriptor(), &mRefusal);
     if (mSsl == nullptr) mLastError = "SSL_new: " + tls_detail::reason();
+    if (mSsl != nullptr) SSL_set_accept_state(mSsl);
+}
+
+TlsStream::TlsStream(const TlsContext& context, std::unique_ptr<TCPSocket> socket,
+                     const std::string& serverName)
+    : mSocket(std::move(socket)), mIsClient(true) {
+    mSsl = newConnection(context, mSocket->getDescriptor(), &mRefusal);
+    if (mSsl == nullptr) {
+        mLastError = "SSL_new: " + tls_detail::reason();
+    } else if (!expectServer(mSsl, serverName)) {
+        mLastError = "cannot check a server certificate for " + serverName;
+        SSL_free(mSsl);
+        mSsl = nullptr;
+    } else {
+        SSL_set_connect_state(mSsl);
+    }
 }
 
 TlsStream::~TlsStream() {
@@ -130,7 +167,24 @@ TlsStream::Outcome TlsStream::locked(Call call) {
     const int verdict = result > 0 ? SSL_ERROR_NONE : SSL_get_error(mSsl, result);
     if (verdict == SSL_ERROR_NONE || isWaiting(verdict)) return Outcome{result, verdict, ""};
     mBroken = mBroken || verdict == SSL_ERROR_SSL || verdict == SSL_ERROR_SYSCALL;
-    return Outcome{result, verdict, failureReason(mSsl, verdict, mRefusal)};
+    return Outcome{result, verdict, failureReason(verdict)};
+}
+
+// Why a call failed, read at once: errno and the error queue belong to the failing call. A
+// client whose handshake has finished has sent all it will: an alert then is the server's
+// verdict on its certificate.
+std::string TlsStream::failureReason(int verdict) const {
+    if (!mRefusal.empty()) return mRefusal;
+    const long verified = SSL_get_verify_result(mSsl);
+    if (verified != X509_V_OK)
+        return std::string("certificate verify failed: ") + X509_verify_cert_error_string(verified);
+    if (verdict == SSL_ERROR_ZERO_RETURN) return "closed by the peer";
+    if (verdict == SSL_ERROR_SYSCALL && errno != 0) return std::strerror(errno);
+    if (verdict == SSL_ERROR_SYSCALL) return "closed without close_notify";
+    const int alert = tls_detail::receivedAlert();
+    const bool refused = mIsClient && (isCertificateAlert(alert) || (alert >= 0 && mHandshaken));
+    if (refused) return "the server refused the client certificate (" + tls_detail::reason() + ")";
+    return tls_detail::reason();
 }
 
 int TlsStream::await(const Outcome& outcome, double timeout, std::string& errors) {
@@ -150,8 +204,11 @@ int TlsStream::await(const Outcome& outcome, double timeout, std::string& errors
 int TlsStream::handshake(double timeout) {
     const double deadline = monotonicSeconds() + timeout;
     for (;;) {
-        const Outcome outcome = locked([](SSL* ssl) { return SSL_accept(ssl); });
-        if (outcome.result == 1) return 0;
+        const Outcome outcome = locked([](SSL* ssl) { return SSL_do_handshake(ssl); });
+        if (outcome.result == 1) {
+            mHandshaken = true;
+            return 0;
+        }
         const int waited = await(outcome, std::max(0.0, deadline - monotonicSeconds()), mLastError);
         if (waited != 0) return waited;
     }
@@ -159,7 +216,7 @@ int TlsStream::handshake(double timeout) {
 
 // Decrypted bytes may wait inside OpenSSL, so a read comes first and a wait only when it asks for
 // one; one more read follows a wait that ended ready, as a plain receive follows its wait.
-int TlsStream::readChunk(char* area, int size, double timeout) {
+int TlsStream::readSome(char* area, int size, double timeout) {
     const auto read = [=](SSL* ssl) { return SSL_read(ssl, area, size); };
     Outcome outcome = locked(read);
     if (isWaiting(outcome.verdict)) {
@@ -176,7 +233,7 @@ int TlsStream::readChunk(char* area, int size, double timeout) {
 
 int TlsStream::getLine(std::string& line, double timeout) {
     return mLines.getLine(line, timeout, [this](char* area, int size, double wait) {
-        return readChunk(area, size, wait);
+        return readSome(area, size, wait);
     });
 }
 

@@ -1,31 +1,27 @@
 #include "apps/rcclient/linereader.h"
 
-#include <sys/socket.h>
-#include <sys/types.h>
-
 #include <cerrno>
+
+#include "net/results.h"
 
 namespace rcclient {
 
 namespace {
 
-constexpr size_t kChunkSize = 4096;
-
-bool isTransient(int error) {
-    return error == EINTR || error == EAGAIN || error == EWOULDBLOCK;
-}
+constexpr int kChunkSize = 4096;
 
 }  // namespace
 
 LineReader::Result LineReader::next(std::string& line, double seconds) {
     if (takeLine(line)) return Result::Line;
-    int ready = mSocket.recvReady(seconds);
-    if (ready == net::kTimedOut) return Result::None;
-    if (ready != 0) return errno == EINTR ? Result::None : Result::Failed;
     char chunk[kChunkSize];
-    ssize_t received = ::recv(mSocket.getDescriptor(), chunk, sizeof chunk, 0);
+    const int received = mStream.readSome(chunk, kChunkSize, seconds);
     if (received == 0) return Result::Closed;
-    if (received < 0) return isTransient(errno) ? Result::None : Result::Failed;
+    if (received == net::kTimedOut) return Result::None;
+    if (received < 0) {
+        const bool interrupted = received == net::kTransferWaitFailed && errno == EINTR;
+        return interrupted ? Result::None : Result::Failed;
+    }
     mBuffer.append(chunk, static_cast<size_t>(received));
     return takeLine(line) ? Result::Line : Result::None;
 }

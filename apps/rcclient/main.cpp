@@ -1,4 +1,5 @@
-// rcclient: sends remote-control commands to the plug-in's server and prints the replies.
+// rcclient: sends remote-control commands to the plug-in's server, in the clear or over TLS (see
+// tls.h), and prints the replies.
 //
 // Exit status: 0 when no reply began with "ERROR: ", 1 when one did or the connection broke
 // during the session, 2 when the server could not be reached or the command line is wrong (a
@@ -10,6 +11,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "apps/rcclient/connect.h"
@@ -17,6 +19,7 @@
 #include "apps/rcclient/interrupt.h"
 #include "apps/rcclient/options.h"
 #include "apps/rcclient/session.h"
+#include "apps/rcclient/tls.h"
 
 using namespace rcclient;
 
@@ -35,6 +38,16 @@ Step runCommands(Session& session, const std::vector<std::string>& commands) {
     return Step::Next;
 }
 
+// The connection, with its TLS handshake made when `tls` is given; null with `error`.
+std::unique_ptr<net::LineStream> connect(const ClientOptions& options, const net::TlsContext* tls,
+                                         std::string& error) {
+    auto socket = std::make_unique<TCPSocket>();
+    if (!connectToServer(*socket, options.host, options.port, options.timeout, error))
+        return nullptr;
+    if (tls != nullptr) return startTls(*tls, std::move(socket), options, error);
+    return std::make_unique<net::PlainStream>(std::move(socket));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -49,12 +62,14 @@ int main(int argc, char** argv) {
         return 0;
     }
     installStopSignalHandlers();
-    TCPSocket socket;
-    if (!connectToServer(socket, options.host, options.port, options.timeout, error)) {
+    const std::unique_ptr<net::TlsContext> tls = options.tls ? loadTls(options, error) : nullptr;
+    const std::unique_ptr<net::LineStream> stream =
+        !options.tls || tls ? connect(options, tls.get(), error) : nullptr;
+    if (!stream) {
         std::fprintf(stderr, "rcclient: %s\n", error.c_str());
         return kNoServerExit;
     }
-    Session session(socket, options.host + ":" + std::to_string(options.port),
+    Session session(*stream, options.host + ":" + std::to_string(options.port),
                     {options.timeout, options.timeoutGiven, isatty(STDERR_FILENO) != 0});
     Step end = options.commands.empty() ? runStandardInput(session)
                                         : runCommands(session, options.commands);

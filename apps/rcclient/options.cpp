@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <map>
+#include <set>
 
 #include "protocol/command_language.h"
 #include "protocol/port.h"
@@ -22,9 +23,27 @@ bool parseTimeout(const std::string& text, double& seconds) {
     return true;
 }
 
+// The TLS options' names and where each keeps its file.
+std::string* tlsFile(const std::string& name, ClientOptions& options) {
+    if (name == "--ca") return &options.caFile;
+    if (name == "--cert") return &options.certificateFile;
+    if (name == "--key") return &options.keyFile;
+    return nullptr;
+}
+
+bool takesValue(const std::string& name) {
+    static const std::set<std::string> kValueOptions = {"--host", "--port", "--timeout",
+                                                        "--ca",   "--cert", "--key"};
+    return kValueOptions.count(name) != 0;
+}
+
 bool applyOption(const std::string& name, const std::string& value, ClientOptions& options,
                  std::string& error) {
-    if (name == "--host") {
+    if (std::string* file = tlsFile(name, options)) {
+        if (value.empty()) error = name + " needs a file";
+        *file = value;
+        options.tls = true;
+    } else if (name == "--host") {
         if (value.empty()) error = "--host needs a host name or address";
         options.host = value;
     } else if (name == "--port") {
@@ -36,6 +55,14 @@ bool applyOption(const std::string& name, const std::string& value, ClientOption
         error = "--timeout needs a positive number of seconds";
     }
     return error.empty();
+}
+
+bool checkTls(const ClientOptions& options, std::string& error) {
+    const bool complete =
+        !options.caFile.empty() && !options.certificateFile.empty() && !options.keyFile.empty();
+    if (!options.tls || complete) return true;
+    error = "TLS needs all of --ca, --cert and --key";
+    return false;
 }
 
 // The server ends the session at QUIT(), so a command after it would silently never be sent.
@@ -90,9 +117,13 @@ bool parseClientOptions(int argc, const char* const* argv, ClientOptions& option
             (argument == "--version" ? options.version : options.help) = true;
             continue;
         }
+        if (argument == "--tls") {
+            options.tls = true;
+            continue;
+        }
         std::string name, value;
         const bool valueAttached = splitOption(argument, name, value);
-        if (name != "--host" && name != "--port" && name != "--timeout") {
+        if (!takesValue(name)) {
             error = "unknown option " + argument.substr(0, argument.find('='));
             return false;
         }
@@ -103,12 +134,13 @@ bool parseClientOptions(int argc, const char* const* argv, ClientOptions& option
         if (!valueAttached) value = argv[++i];
         if (!applyOption(name, value, options, error)) return false;
     }
-    return true;
+    return options.help || options.version || checkTls(options, error);
 }
 
 const char* clientUsageText() {
-    return "Usage: rcclient [-H HOST] [-p PORT] [-t SECONDS] [--version] [-h|--help] [COMMAND "
-           "...]\n"
+    return "Usage: rcclient [-H HOST] [-p PORT] [-t SECONDS] [--tls --ca FILE --cert FILE --key "
+           "FILE]\n"
+           "                [--version] [-h|--help] [COMMAND ...]\n"
            "\n"
            "Sends remote-control commands such as 'START(0,10,0.1,run.txt,10)' one at a time and\n"
            "prints every reply line. Without commands, reads one command per line from standard\n"
@@ -127,6 +159,13 @@ const char* clientUsageText() {
            "  -t, --timeout SECONDS  seconds to wait for the connection and for a command's\n"
            "                         replies (default: 5); when given, an accepted START also\n"
            "                         waits at most count x time plus SECONDS for its final line\n"
+           "  --tls                  speak TLS, for a server with TlsCertificate set; needs the\n"
+           "                         three files below, each of which also implies --tls\n"
+           "  --ca FILE              the authority (PEM) that must have signed the server's\n"
+           "                         certificate, which must name HOST\n"
+           "  --cert FILE            this client's certificate (PEM), as the server's\n"
+           "                         TlsClientCA and TlsAllowedClients accept\n"
+           "  --key FILE             its private key (PEM, unencrypted, mode 600)\n"
            "  --version              print the version\n"
            "  -h, --help             show this text\n"
            "\n"
@@ -147,7 +186,12 @@ const char* clientUsageText() {
            "connection failed during the session, 2 when the server could not be reached or\n"
            "the command line is wrong, 128 + the signal's number after Ctrl-C (130), SIGHUP\n"
            "(129) or SIGTERM (143), which send STOP() first when a START runs and wait for its\n"
-           "final line.\n";
+           "final line.\n"
+           "\n"
+           "Over TLS everything above holds as over plain TCP. A file that cannot be used, a\n"
+           "server certificate the authority did not sign or that does not name HOST, and a\n"
+           "server that does not speak TLS end rcclient before any command (exit status 2); a\n"
+           "server that refuses the client's certificate says so at the first reply (status 1).\n";
 }
 
 }  // namespace rcclient

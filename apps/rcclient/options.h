@@ -1,7 +1,10 @@
-// rcclient's command line: rcclient [-H HOST] [-p PORT] [-t SECONDS] [--version] [COMMAND ...]
+// rcclient's command line: rcclient [-H HOST] [-p PORT] [-t SECONDS]
+//     [--tls --ca FILE --cert FILE --key FILE] [--version] [COMMAND ...]
 //
 // -H, -p and -t are --host, --port and --timeout. Options take their value as the next argument,
 // after "=" in the long form, or right after the letter in the short one; "--" ends the options.
+// Any of --tls, --ca, --cert and --key asks for TLS, which needs all three files: a TLS server
+// always asks for a client certificate, so a half-given set is a mistake to report, not to guess.
 // The port must be 1..65535 and the time-out a positive number of seconds (default 5); whether it
 // was given decides whether it also bounds an accepted START's wait for its final line. Commands
 // must not hold line breaks, since each would split into several commands on the wire.
@@ -22,6 +25,8 @@ struct ClientOptions {
     unsigned short port = kDefaultPort;
     double timeout = kDefaultTimeout;
     bool timeoutGiven = false;
+    bool tls = false;
+    std::string caFile, certificateFile, keyFile;
     std::vector<std::string> commands;
     bool help = false;
     bool version = false;

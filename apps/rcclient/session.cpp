@@ -1,13 +1,12 @@
 #include "apps/rcclient/session.h"
 
 #include "apps/rcclient/commands.h"
+#include "net/results.h"
 #include "protocol/command_language.h"
 #include "protocol/replies.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <vector>
 
 namespace rcclient {
@@ -127,9 +126,16 @@ bool Session::sendCommand(const std::string& command, protocol::PairingKind kind
 }
 
 bool Session::send(const std::string& text) {
-    if (mSocket.sendLine(text, kSendSeconds) > 0) return true;
-    std::fprintf(stderr, "rcclient: could not send to %s: %s\n", mPeer.c_str(),
-                 std::strerror(errno));
+    const std::string line = text + "\n";
+    const int length = static_cast<int>(line.size());
+    const int sent = mStream.sendWithin(line.data(), length, kSendSeconds);
+    if (sent == length) return true;
+    std::string reason = sent < 0 ? mStream.lastSendError() : "the server stopped taking data";
+    // A server that refused us may have said why before it closed (over TLS, an alert about the
+    // client certificate): a failing read of what is left tells more than the reset did.
+    std::string unread;
+    if (mReader.next(unread, 0.0) == LineReader::Result::Failed) reason = mStream.lastError();
+    std::fprintf(stderr, "rcclient: could not send to %s: %s\n", mPeer.c_str(), reason.c_str());
     return false;
 }
 
@@ -147,7 +153,7 @@ Step Session::report(LineReader::Result result, const std::string& command) {
         std::fprintf(stderr, "rcclient: %s closed the connection\n", mPeer.c_str());
     else
         std::fprintf(stderr, "rcclient: connection to %s failed: %s\n", mPeer.c_str(),
-                     std::strerror(errno));
+                     mStream.lastError().c_str());
     return Step::Broken;
 }
 

@@ -1,7 +1,7 @@
-// One connection's worth of commands: sends each command (with the sync line, see
-// protocol/pairing.h),
-// waits until its replies are complete, and prints every reply line on standard output (flushed
-// at once, so scripts see lines as they come). A silent command thus costs one round trip.
+// One connection's worth of commands, in the clear or over TLS: sends each command (with the sync
+// line, see protocol/pairing.h), waits until its replies are complete, and prints every reply line
+// on standard output (flushed at once, so scripts see lines as they come). A silent command thus
+// costs one round trip.
 //
 // Waits: a command's replies, the time-out. An accepted START then waits for its final line
 // with no limit, or count x time plus the time-out when `boundAcquisition` is set; meanwhile
@@ -16,7 +16,7 @@
 
 #include "apps/rcclient/interrupt.h"
 #include "apps/rcclient/linereader.h"
-#include "net/sockets.h"
+#include "net/stream.h"
 #include "protocol/pairing.h"
 
 namespace rcclient {
@@ -35,8 +35,9 @@ struct SessionSettings {
 
 class Session {
 public:
-    Session(TCPSocket& socket, std::string peer, SessionSettings settings)
-        : mSocket(socket), mReader(socket), mPeer(std::move(peer)), mSettings(settings) {}
+    // `stream` is connected (over TLS: with its handshake made) and outlives the session.
+    Session(net::LineStream& stream, std::string peer, SessionSettings settings)
+        : mStream(stream), mReader(stream), mPeer(std::move(peer)), mSettings(settings) {}
 
     Step run(const std::string& line);
     // Ends the session politely; the server closes its side on QUIT().
@@ -64,7 +65,7 @@ private:
     Step report(LineReader::Result result, const std::string& command);
     void printReply(const std::string& line);
 
-    TCPSocket& mSocket;
+    net::LineStream& mStream;
     LineReader mReader;
     protocol::ReplyPairing mPairing;
     const std::string mPeer;

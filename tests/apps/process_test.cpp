@@ -1,6 +1,6 @@
 // znhost and rcclient as processes on loopback: refusals before anything runs, the stop signals, a
 // port already taken, output nobody reads, clients that vanish or never read, and rcclient against
-// a real znhost.
+// a real znhost, in the clear and over TLS.
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
@@ -26,6 +26,7 @@
 #include "tests/support/raw_client.h"
 #include "tests/support/row_name.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/tls_client.h"
 
 namespace {
 
@@ -46,11 +47,14 @@ protected:
     }
 
     // Starts rcclient on the test's port or znhost with the test's folders, then `args`, where "@"
-    // at the start stands for the test's folder; NAME.in is its input, NAME.out/.err its output.
+    // at the start stands for the test's folder and "%" for the test PKI's; NAME.in is its input,
+    // NAME.out/.err its output.
     void start(ChildProcess& process, const std::string& name, std::vector<std::string> args,
                const std::string& input = "") {
-        for (std::string& arg : args)
+        for (std::string& arg : args) {
             if (arg[0] == '@') arg = mTemp.path() + arg.substr(1);
+            if (arg[0] == '%') arg = pkiFile(arg.substr(1));
+        }
         std::vector<std::string> program = {ZNHOST_PATH,          "--settings-dir",   mTemp.path(),
                                             "--data-dir",         mTemp.file("data"), "--port",
                                             std::to_string(mPort)};
@@ -207,7 +211,15 @@ struct ClientRow {
     const char* input = "";
     const char* errorPart = "";  // standard error must hold it
     bool busy = false;           // another client holds the session
+    bool tlsServer = false;      // the port speaks TLS with the test PKI's server certificate
 };
+
+// rcclient with the test PKI's client identity, then `args`, which may replace any of it.
+ClientRow tlsRow(const char* name, std::vector<std::string> args, const char* out, int exitCode,
+                 const char* errorPart = "", bool tlsServer = true) {
+    args.insert(args.begin(), {"--ca", "%ca.pem", "--cert", "%client.pem", "--key", "%client.key"});
+    return {name, args, out, exitCode, "", errorPart, false, tlsServer};
+}
 
 const std::string kNoIndex = std::string(protocol::kErrorDeviceIndex) + "\n";
 const std::string kSync = std::string(protocol::kSyncReply) + "\n";
@@ -234,11 +246,25 @@ const ClientRow kClientRows[] = {
      "",
      "no reply: the server",
      true},
+    tlsRow("tls", {"GUI_SETFILE(0,a)", "START(0,10,0.01,run.txt,10)"}, "OK\n", 0),
+    tlsRow("tls_missing_file", {"--ca", "@/none.pem"}, "", 2, "/none.pem: cannot open: No such"),
+    tlsRow("tls_foreign_key", {"--key", "%stranger.key"}, "", 2, "key: does not match the cert"),
+    tlsRow("tls_other_authority", {"--ca", "%other-ca.pem"}, "", 2, "not signed by the authority"),
+    // 127.1 is 127.0.0.1 by a name the server's certificate does not hold.
+    tlsRow("tls_other_host", {"-H", "127.1", "STOP()"}, "", 2, "certificate is not for 127.1 ("),
+    tlsRow("tls_refused", {"--cert", "%other-client.pem", "--key", "%other-client.key", "STOP()"},
+           "", 1, "the server refused the client certificate ("),
+    tlsRow("tls_plain_server", {"-t", "1", "STOP()"}, "", 2, "does not speak TLS", false),
+    {"tls_incomplete", {"--tls", "STOP()"}, "", 2, "", "TLS needs all of --ca, --cert and --key"},
 };
 
 class RcclientTest : public ProcessTest, public ::testing::WithParamInterface<ClientRow> {};
 
 TEST_P(RcclientTest, PrintsRepliesInOrderAndExitsAccordingly) {
+    if (GetParam().tlsServer)
+        writeFile(mTemp.file("remotectrl.ini"),
+                  "[Settings]\nAddress=127.0.0.1\nTlsCertificate=" + pkiFile("server.pem") +
+                      "\nTlsKey=" + pkiFile("server.key") + "\nTlsClientCA=" + pkiFile("ca.pem"));
     ASSERT_NO_FATAL_FAILURE(startServing());
     RawClient holder;
     if (GetParam().busy) {  // it holds the session, so the server never reads rcclient's line
