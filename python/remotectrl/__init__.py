@@ -5,14 +5,18 @@
         c.start(0, 10, 0.1, "run.txt", 10)    # returns when the acquisition has ended
         print(c.gui_is_running(0))
 
-Every exception it raises is a RemoteCtrlError (see remotectrl.errors).
+Over TLS: ``Client(..., ssl_context=tls_context("ca.pem", "client.pem", "client.key"))``.
+Every exception a session raises is a RemoteCtrlError (see remotectrl.errors); tls_context()
+raises OSError or TlsFileError (a ValueError) naming the file.
 remotectrl.tango holds RemoteCtrlDS, a Tango device server built on the client (needs PyTango).
 """
 
+from ._tls import TlsFileError, tls_context
 from ._version import __version__
 from .client import DEFAULT_PORT, Client, FileName, Progress
 from .errors import (
     AcquisitionFailed,
+    CertificateRefused,
     ConnectionFailed,
     ProtocolError,
     RemoteCtrlError,
@@ -31,5 +35,8 @@ __all__ = [
     "ProtocolError",
     "ReplyTimeout",
     "ConnectionFailed",
+    "CertificateRefused",
+    "tls_context",
+    "TlsFileError",
     "__version__",
 ]

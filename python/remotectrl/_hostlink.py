@@ -3,7 +3,10 @@ it, and the one thread that does all of its talking.
 
 The command server serves one client at a time and runs one acquisition at a time, so the
 devices of one host cannot each hold a connection: they attach to one HostLink, looked up by host
-and port, under their device names.
+and port, under their device names. The link speaks TLS when its first device gives Tls files;
+a device that gives other files (or none against some) for the same host and port is refused
+with TlsConflict, rather than given a second connection, which would wait behind the first
+for as long as that one lives. The files are read at every connect.
 
 Threads: each link has one thread, the only one that touches its Client. It connects, runs the
 devices' requests one after another, looks for the final line of the acquisition it started, and
@@ -39,11 +42,13 @@ from __future__ import annotations
 import concurrent.futures
 import logging
 import queue
+import ssl
 import threading
 import time
 from typing import Callable, Dict, List, NamedTuple, Optional, Protocol, Tuple, TypeVar
 
 from . import _wire
+from ._tls import TlsFiles
 from .client import Client
 from .errors import AcquisitionFailed, ConnectionFailed, ProtocolError, RemoteError, ReplyTimeout
 
@@ -60,6 +65,14 @@ log = logging.getLogger("remotectrl")
 
 class Busy(Exception):
     """An acquisition started through this link has not ended yet; nothing was sent."""
+
+
+class TlsConflict(Exception):
+    """The host's link uses other Tls files (``linked``; None: plain TCP) than the device gives."""
+
+    def __init__(self, linked: Optional[TlsFiles]) -> None:
+        super().__init__("the link uses other TLS files")
+        self.linked = linked
 
 
 class Listener(Protocol):
@@ -101,14 +114,19 @@ _links: Dict[Tuple[str, int], HostLink] = {}
 _links_lock = threading.Lock()
 
 
-def attach(host: str, port: int, name: str, listener: Listener, timeout: float) -> Tuple[HostLink, Snapshot]:
+def attach(
+    host: str, port: int, name: str, listener: Listener, timeout: float, tls: Optional[TlsFiles] = None
+) -> Tuple[HostLink, Snapshot]:
     """Attaches device ``name`` (in place of any listener attached under that name) to the link to
-    host:port, made and started on first use; returns the link and what it knows now."""
+    host:port, made and started on first use with ``tls`` (None: plain TCP); returns the link and
+    what it knows now. TlsConflict when the link exists with other files."""
     with _links_lock:
         link = _links.get((host, port))
         if link is not None:
+            if link.tls != tls:
+                raise TlsConflict(link.tls)
             return link, link._add(name, listener, timeout)
-        link = _links[(host, port)] = HostLink(host, port)
+        link = _links[(host, port)] = HostLink(host, port, tls)
         snapshot = link._add(name, listener, timeout)
         threading.Thread(target=link._serve, name="remotectrl %s" % link.peer, daemon=True).start()
         return link, snapshot
@@ -123,9 +141,10 @@ def detach(link: HostLink, name: str) -> None:
 
 
 class HostLink:
-    def __init__(self, host: str, port: int) -> None:
+    def __init__(self, host: str, port: int, tls: Optional[TlsFiles] = None) -> None:
         self.host = host
         self.port = port
+        self.tls = tls
         self._lock = threading.Lock()
         self._listeners: Dict[str, Tuple[Listener, float]] = {}
         self._version = 0
@@ -281,8 +300,16 @@ class HostLink:
 
     def _connected(self, timeout: float) -> Client:
         if self._client is None:
-            self._client = Client(self.host, self.port, timeout)
+            self._client = Client(self.host, self.port, timeout, ssl_context=self._tls_context())
         return self._client
+
+    def _tls_context(self) -> Optional[ssl.SSLContext]:
+        if self.tls is None:
+            return None
+        try:
+            return self.tls.context()
+        except (OSError, ValueError) as error:  # the files have changed since the devices' Init
+            raise ConnectionFailed("connect to %s: %s" % (self.peer, error)) from error
 
     def _learn(self, error: Exception) -> None:
         """Takes in what a failed request or check says about the host."""

@@ -13,6 +13,9 @@ PROPERTIES = {
     "Port": (DEFAULT_PORT, "the plug-in's command port"),
     "DeviceIndex": (0, "the device's index on the host"),
     "Timeout": (5.0, "seconds to wait for the host's connection or reply"),
+    "TlsCA": ("", "TLS: PEM file of the authority that signed the host's certificate"),
+    "TlsCertificate": ("", "TLS: PEM file of the client certificate this server presents"),
+    "TlsKey": ("", "TLS: that certificate's unencrypted key; all three or none (plain TCP)"),
 }
 
 USAGE = """\
@@ -37,7 +40,7 @@ names a Tango property file that lists them with their properties; -ORBendPoint 
 address that clients use (tango://ADDR:PORT/DEVICE#dbase=no).
 
 Exit status: 0 when the server was shut down, 1 when it could not run, 2 on a usage error.
-""" % "".join("  %-12s %s (%s)\n" % (name, doc, default) for name, (default, doc) in PROPERTIES.items())
+""" % "".join("  %-15s%s (%s)\n" % (name, doc, default if default != "" else "none") for name, (default, doc) in PROPERTIES.items())
 
 
 def main(argv: Optional[List[str]] = None) -> int:

@@ -19,6 +19,10 @@ Settled points:
   call, gets a ProtocolError and the connection is closed: that bounds what it can make the client
   hold.
 - A broken or closed connection raises ConnectionFailed, naming host:port.
+- Over TLS (``ssl_context``) everything above holds as over plain TCP. The handshake is part of
+  connecting and has the same time-out; a server that serves another client or speaks plain TCP
+  does not answer it. A server that closes the connection before its first line has refused this
+  client's certificate (see _tls): CertificateRefused, a ConnectionFailed.
 - wait_acquisition() with no acquisition pending raises RuntimeError.
 - send_raw() of a line that ends the session (empty after trimming, or "QUIT()") closes the
   client; so does close(). Later calls raise ConnectionFailed.
@@ -31,11 +35,12 @@ from __future__ import annotations
 import os
 import select
 import socket
+import ssl
 import time as _time
 from types import TracebackType
 from typing import Callable, List, NamedTuple, Optional, Type, Union
 
-from . import _arguments, _pairing, _syntax, _wire
+from . import _arguments, _pairing, _syntax, _tls, _wire
 from .errors import AcquisitionFailed, ConnectionFailed, ProtocolError, RemoteCtrlError, RemoteError, ReplyTimeout
 
 DEFAULT_PORT = 59876
@@ -59,6 +64,9 @@ class Client:
 
     ``Client(host, port, timeout)`` connects at once and raises ConnectionFailed naming host:port
     when it cannot, TypeError for a port that is not an int, ValueError for one outside 1..65535.
+    With ``ssl_context`` (see tls_context()) it speaks TLS, checking the server's certificate
+    against ``host``; a server that refuses this client's certificate raises CertificateRefused
+    (a ConnectionFailed) at the first call.
     ``timeout`` (seconds, None: no limit) bounds each call, except the wait for an acquisition's
     final line; when it passes, ReplyTimeout (a TimeoutError) is raised and the connection stays
     usable. Use it as a context manager, or call close().
@@ -69,7 +77,14 @@ class Client:
     language could not carry unchanged ValueError, before anything is sent. One Client per thread.
     """
 
-    def __init__(self, host: str = "127.0.0.1", port: int = DEFAULT_PORT, timeout: Optional[float] = 5.0) -> None:
+    def __init__(
+        self,
+        host: str = "127.0.0.1",
+        port: int = DEFAULT_PORT,
+        timeout: Optional[float] = 5.0,
+        *,
+        ssl_context: Optional[ssl.SSLContext] = None,
+    ) -> None:
         if isinstance(port, bool) or not isinstance(port, int):
             raise TypeError("port must be an int, not %r" % (port,))
         if port not in _PORT_RANGE:
@@ -89,6 +104,8 @@ class Client:
         # Every write is a whole request: Nagle's algorithm would hold one back while an earlier
         # one is unacknowledged, and the server delays its acknowledgements by up to ~40 ms.
         connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        if ssl_context is not None:
+            connection = self._handshake(connection, ssl_context)
         self._socket: Optional[socket.socket] = connection
         # Asks whether anything has arrived: half the cost of a receive that finds nothing, and
         # unlike select() not limited to descriptors below 1024.
@@ -221,6 +238,31 @@ class Client:
     def _peer(self) -> str:
         return "%s:%s" % (self.host, self.port)
 
+    def _handshake(self, connection: socket.socket, context: ssl.SSLContext) -> ssl.SSLSocket:
+        # On failure wrap_socket() closes the connection, which it has taken over.
+        try:
+            return context.wrap_socket(connection, server_hostname=self.host)
+        except socket.timeout as error:
+            raise ConnectionFailed(
+                "no TLS handshake from %s within the time-out: it speaks plain TCP, or serves another "
+                "client (one at a time)" % self._peer()
+            ) from error
+        except ssl.SSLCertVerificationError as error:
+            raise ConnectionFailed("TLS handshake with %s: its certificate does not hold against the CA: %s"
+                                   % (self._peer(), error.verify_message)) from error
+        except ssl.SSLError as error:
+            if _tls.is_refusal_alert(error):
+                raise _tls.refused(self._peer(), _reason(error)) from error
+            raise self._no_handshake(_reason(error)) from error
+        except OSError as error:
+            raise self._no_handshake(_reason(error)) from error
+
+    def _no_handshake(self, reason: str) -> ConnectionFailed:
+        return ConnectionFailed(
+            "TLS handshake with %s: %s (so ends one with a server that speaks plain TCP, or that "
+            "refuses this client's address)" % (self._peer(), reason)
+        )
+
     def _exchange(self, line: str, expected_seconds: Optional[float] = None) -> List[str]:
         deadline = _Deadline(self.timeout)
         self._drop_unasked()
@@ -241,7 +283,7 @@ class Client:
     def _drop_unasked(self) -> None:
         # What has arrived since the last call cannot answer the command about to go out; the
         # pairing gives it to a command that timed out, or drops it with a warning.
-        if self._socket is not None and self._readable.poll(0):
+        if self._socket is not None and (self._readable.poll(0) or _decrypted(self._socket)):
             self._receive(0.0)
         line = self._buffered_line()
         while line is not None:
@@ -259,8 +301,7 @@ class Client:
             connection.settimeout(deadline.wait_time(None))
             connection.sendall(text.encode("utf-8"))
         except OSError as error:
-            self._disconnect()
-            raise ConnectionFailed("send to %s: %s" % (self._peer(), _reason(error))) from error
+            raise self._lost("send to %s: %s" % (self._peer(), _reason(error))) from error
 
     def _line_by(self, deadline: _Deadline, what: str, tick: Optional[Callable[[], None]] = None) -> str:
         while True:
@@ -294,15 +335,18 @@ class Client:
         try:
             connection.settimeout(wait)
             data = connection.recv(_RECV_SIZE)
-        except (socket.timeout, BlockingIOError):
-            return
+        except (socket.timeout, BlockingIOError, ssl.SSLWantReadError):
+            return  # nothing within the time (a TLS record may have come only in part)
         except OSError as error:
-            self._disconnect()
-            raise ConnectionFailed("receive from %s: %s" % (self._peer(), _reason(error))) from error
+            raise self._lost("receive from %s: %s" % (self._peer(), _reason(error))) from error
         if not data:
-            self._disconnect()
-            raise ConnectionFailed("%s closed the connection" % self._peer())
+            raise self._lost("%s closed the connection" % self._peer())
         self._received += data
+
+    def _lost(self, what: str) -> ConnectionFailed:
+        tls = isinstance(self._socket, ssl.SSLSocket)
+        self._disconnect()
+        return _tls.refused(self._peer(), what) if tls and not self._heard else ConnectionFailed(what)
 
     def _timed_out(self, what: str) -> ReplyTimeout:
         if self._heard:
@@ -381,5 +425,12 @@ def _unexpected(command: str, replies: List[str]) -> RemoteCtrlError:
     return ProtocolError("%s was answered %r, which it cannot have" % (command, reply), reply)
 
 
+def _decrypted(connection: socket.socket) -> bool:
+    """Whether a TLS connection holds decrypted bytes not yet received, which poll() cannot see."""
+    return isinstance(connection, ssl.SSLSocket) and connection.pending() > 0
+
+
 def _reason(error: OSError) -> str:
+    if isinstance(error, ssl.SSLError):
+        return _tls.describe(error)
     return error.strerror or str(error)

@@ -40,3 +40,8 @@ class ReplyTimeout(RemoteCtrlError, TimeoutError):
 
 class ConnectionFailed(RemoteCtrlError, ConnectionError):
     """The server cannot be reached, the connection broke or was closed, or the session ended."""
+
+
+class CertificateRefused(ConnectionFailed):
+    """The TLS server refused this client's certificate (none, another authority's, expired, or
+    not among its allowed clients); the connection is closed."""

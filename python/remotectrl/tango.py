@@ -20,6 +20,11 @@ Settled points:
   (-file=), Init reads the file again, as it would a database.
 - The devices of one host in one server share its single client connection (see _hostlink), so
   only one of them acquires at a time; a Start while one of theirs runs is refused.
+- TlsCA, TlsCertificate and TlsKey, all three or none, make that connection TLS. Being shared, it
+  has one set of files: a device whose files differ from those of the devices already attached to
+  its host and port (or that gives none where they give some, or the reverse) goes to FAULT at
+  Init, its status naming the property, its value and the value in use; a second connection would
+  only wait behind the first. Renewed files are read at the next connect, without an Init.
 - Stop sends STOP() only while this device's acquisition runs, since STOP() aborts whatever the
   host runs; an acquisition that ends after this device's Stop ends ON, not FAULT.
 - DeviceIndex is the index in the host's filtered list for Start and in its full list for the
@@ -111,6 +116,9 @@ class _Change:
         self.state = state
         self.status = status
         self.reply = reply
+        # The state was already this one (a silent host's device told again why): the status
+        # changes, but clients get no second event for the same state.
+        self.repeats_state = False
 
 
 class _Attachment:
@@ -141,6 +149,9 @@ class RemoteCtrl(Device):
     Port = _property("Port")
     DeviceIndex = _property("DeviceIndex")
     Timeout = _property("Timeout")
+    TlsCA = _property("TlsCA")
+    TlsCertificate = _property("TlsCertificate")
+    TlsKey = _property("TlsKey")
 
     Count = _setting(
         "Count", "int32", label="Frames", min_value="1", max_value="2147483647", format="%d",
@@ -178,15 +189,21 @@ class RemoteCtrl(Device):
         self.set_change_event("State", True, False)
         self.set_change_event("LastReply", True, False)
         try:
-            config = _tango_properties.resolve(*self._stored_properties())
+            self._attach(_tango_properties.resolve(*self._stored_properties()))
         except _tango_properties.PropertyError as bad:
             self.error_stream("Init: %s" % bad)
             self._show(_Change(DevState.FAULT, str(bad)))
-            return
+
+    def _attach(self, config: _tango_properties.Config) -> None:
         attachment = _Attachment(self)
         with self._lock:
+            try:
+                self._link, snapshot = _hostlink.attach(
+                    config.host, config.port, self.get_name(), attachment, config.timeout, config.tls
+                )
+            except _hostlink.TlsConflict as conflict:
+                raise _tango_properties.conflict("%s:%d" % (config.host, config.port), config.tls, conflict.linked) from None
             self._config, self._attachment = config, attachment
-            self._link, snapshot = _hostlink.attach(config.host, config.port, self.get_name(), attachment, config.timeout)
             attachment.applied = snapshot.version
             change = self._from_snapshot(snapshot)
             self._set(change)
@@ -355,6 +372,7 @@ class RemoteCtrl(Device):
 
     def _set(self, change: _Change) -> None:
         if change.state is not None:
+            change.repeats_state = change.state == self.get_state()
             self._status = change.status
             self.set_state(change.state)
         if change.reply is not None:
@@ -362,7 +380,8 @@ class RemoteCtrl(Device):
 
     def _publish(self, change: _Change) -> None:
         if change.state is not None:
-            self.push_change_event("State", change.state)
+            if not change.repeats_state:
+                self.push_change_event("State", change.state)
             self.info_stream("%s: %s" % (change.state, change.status))
         if change.reply is not None:
             self.push_change_event("LastReply", change.reply, time.time(), _quality(change.reply))

@@ -1,15 +1,17 @@
-"""The Client against a real znhost, against a loopback peer that answers late, oddly, not at all or
-without end, and how it writes method arguments into a command line."""
+"""The Client against a real znhost, plain and over TLS, against a loopback peer that answers late,
+oddly, not at all or without end, and how it writes method arguments into a command line."""
 
 import os
 import pathlib
 import socket
+import ssl
 import threading
 import time
 import unittest
 
 import remotectrl
 from remotectrl import _arguments, _wire
+from tls_setup import client_files, pki, tls_znhost
 from znhost_process import REPLY_BOUND, Znhost, free_loopback_port, wait_until
 
 SYNC = _wire.SYNC_REPLY
@@ -194,6 +196,52 @@ class PeerTest(unittest.TestCase):
         ]:
             with self.subTest(case):
                 self.assertRaises(error, self.connect(streaming(chunk, pause), timeout=0.5).gui_start, 0)
+
+
+class TlsTest(unittest.TestCase):
+    """The Client over TLS against a znhost with the test certificates; a plain peer for the rest."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.host = tls_znhost("[Device0]\n")
+        cls.addClassCleanup(cls.host.close)
+        cls.host.start()
+
+    def connect(self, context, port=None, timeout=REPLY_BOUND):
+        client = remotectrl.Client(port=port or self.host.port, timeout=timeout, ssl_context=context)
+        self.addCleanup(client.close)
+        return client
+
+    def test_a_query_and_an_acquisition(self):
+        client = self.connect(remotectrl.tls_context(*client_files()))
+        self.assertFalse(client.gui_is_running(0))
+        client.start(0, 1, 0.5, "tls.txt", 10, wait=False)
+        self.assertRaises(remotectrl.ReplyTimeout, client.wait_acquisition, timeout=0)  # a look that finds nothing
+        client.wait_acquisition(timeout=REPLY_BOUND)
+        self.assertTrue(os.path.exists(os.path.join(self.host.data_dir, "tls.txt")))
+
+    def test_refusals_and_a_plain_server_say_what_went_wrong(self):
+        refused, failed = remotectrl.CertificateRefused, remotectrl.ConnectionFailed
+        plain = Peer(self, lambda peer, connection: peer.stopped.wait(REPLY_BOUND)).port  # waits for a line
+        for case, context, port, timeout, error, message in [
+            ("no client certificate", ssl.create_default_context(cafile=pki("ca.pem")), None, REPLY_BOUND, refused,
+             "refused this client's TLS certificate .*certificate required"),
+            ("another authority's client", remotectrl.tls_context(*client_files("other-client")), None, REPLY_BOUND,
+             refused, "refused this client's TLS certificate"),
+            ("a server the CA did not sign", remotectrl.tls_context(pki("other-ca.pem"), *client_files()[1:]), None,
+             REPLY_BOUND, failed, "its certificate does not hold"),
+            ("a plain server", remotectrl.tls_context(*client_files()), plain, 0.5, failed, "speaks plain TCP"),
+        ]:
+            with self.subTest(case):
+                self.assertRaisesRegex(error, message, lambda: self.connect(context, port, timeout).gui_is_running(0))
+
+    def test_a_file_that_cannot_be_used_is_named(self):
+        ca, certificate, key = client_files()
+        for files, error, named in [((ca, certificate, "/nonexistent.key"), FileNotFoundError, "/nonexistent.key"),
+                                    ((ca, certificate, pki("server.key")), remotectrl.TlsFileError, pki("server.key"))]:
+            with self.subTest(error=error), self.assertRaises(error) as raised:
+                remotectrl.tls_context(*files)
+            self.assertEqual(raised.exception.filename, named)
 
 
 class ArgumentTest(unittest.TestCase):

@@ -3,6 +3,7 @@ its own (see isolated): the properties' rules, the host link on its own, then de
 server with a property file. The device tests are skipped where PyTango is missing."""
 
 import os
+import re
 import signal
 import socket
 import subprocess
@@ -12,10 +13,12 @@ import threading
 import unittest
 from unittest import mock
 
+from tls_setup import client_files, tls_znhost
 from znhost_process import REPLY_BOUND, START_BOUND, Znhost, free_loopback_port, wait_until
 
 from remotectrl import _hostlink, _wire
-from remotectrl._tango_properties import Config, PropertyError, resolve
+from remotectrl._tango_properties import Config, PropertyError, conflict, resolve
+from remotectrl._tls import TlsFiles
 from remotectrl.errors import AcquisitionFailed, ConnectionFailed, ProtocolError, RemoteError, ReplyTimeout
 
 try:
@@ -27,7 +30,9 @@ except ImportError as missing:
     MultiDeviceTestContext, why = None, "PyTango is missing (%s): tools/install-deps installs python3-tango" % missing
 
 LINK_TIMEOUT = 1.0  # short, so that a hung host shows soon; every wait on it is bounded generously
-GOOD, FAILING, SILENT, HUNG = ("test/remotectrl/%s" % name for name in ("good", "failing", "silent", "hung"))
+GOOD, FAILING, SILENT, HUNG, SECURE = ("test/remotectrl/%s" % name
+                                       for name in ("good", "failing", "silent", "hung", "secure"))
+TLS_PROPERTIES = dict(zip(("TlsCA", "TlsCertificate", "TlsKey"), client_files()))
 
 
 def server(*args):
@@ -73,6 +78,8 @@ class CommandTest(unittest.TestCase):
 class PropertiesTest(unittest.TestCase):
     def test_device_then_class_then_default_and_every_value_checked(self):
         default = Config("127.0.0.1", 59876, 0, 5.0)
+        tls = TlsFiles(*client_files())
+        ca, certificate, key = tls
         rows = [  # device's, class's, the configuration or the error
             ({}, {}, default),
             ({"Port": ["1234"], "Host": [" "]}, {"Port": ["99"], "Host": ["lab"]}, default._replace(host="lab", port=1234)),
@@ -83,20 +90,27 @@ class PropertiesTest(unittest.TestCase):
             ({"DeviceIndex": ["-1"]}, {}, "property DeviceIndex: '-1' is not a device index from 0 to 2147483647"),
             ({"Host": ["a b"]}, {}, "property Host: 'a b' is not a host name or address"),
             ({"Host": ["a", "b"]}, {}, "property Host: ['a', 'b'] holds 2 values, not one"),
+            ({"TlsCA": [ca], "TlsKey": [key]}, {"TlsCertificate": [certificate]}, default._replace(tls=tls)),
+            ({"TlsCA": [ca], "TlsKey": [key]}, {}, "property TlsCertificate: '' must be set with TlsCA and TlsKey "
+                                                   "(all three or none)"),
+            ({"TlsCA": [ca], "TlsCertificate": [certificate], "TlsKey": ["/none.key"]}, {},
+             "property TlsKey: '/none.key' cannot be read: No such file or directory"),
         ]
         for device, device_class, expected in rows:
             with self.subTest(device=device, device_class=device_class):
                 if isinstance(expected, Config):
                     self.assertEqual(resolve(device, device_class), expected)
                 else:
-                    self.assertRaisesRegex(PropertyError, "^%s$" % expected.replace("[", r"\["), resolve, device,
-                                           device_class)
+                    self.assertRaisesRegex(PropertyError, "^%s$" % re.escape(expected),
+                                           resolve, device, device_class)
+        self.assertEqual(str(conflict("h:1", None, tls)), "property TlsCA: '' differs from %r, which this server's "
+                         "other devices of h:1 use (one connection serves them all)" % ca)
 
 
 class GarbledClient:
     """Connects to nothing, answers every check and accepts every START, then garbles its end."""
 
-    def __init__(self, host, port, timeout):
+    def __init__(self, host, port, timeout, ssl_context):
         self.timeout = timeout
 
     def send_raw(self, line):
@@ -152,6 +166,12 @@ class HostLinkTest(unittest.TestCase):
         os.kill(self.host.process.pid, signal.SIGCONT)
         self.hears(recorder, "acquisition_ended", None, False)
 
+    def test_a_device_with_other_tls_files_than_the_link_is_refused_it(self):
+        self.attach(self.host.port)
+        with self.assertRaises(_hostlink.TlsConflict) as refused:
+            _hostlink.attach("127.0.0.1", self.host.port, "b", Recorder(), LINK_TIMEOUT, TlsFiles(*client_files()))
+        self.assertIsNone(refused.exception.linked)
+
     def test_a_reply_that_cannot_be_ends_the_acquisition_and_the_link_goes_on(self):
         with mock.patch.object(_hostlink, "Client", GarbledClient):
             link, recorder = self.attach(free_loopback_port())
@@ -178,13 +198,17 @@ class FailureTest(unittest.TestCase):
 class RemoteCtrlTest(unittest.TestCase):
     """GOOD acquires; FAILING's acquisitions fail; both take Port, and FAILING DeviceIndex, from the
     class. The hosts of SILENT and HUNG take no connection; SILENT's time-out is longer than the
-    server may take to start, and it gets no command, which would hold the server's shutdown."""
+    server may take to start, and it gets no command, which would hold the server's shutdown.
+    SECURE's host speaks TLS."""
 
     @classmethod
     def setUpClass(cls):
         cls.host = Znhost("[Device0]\n[Device1]\nAcqResult=3\n")
         cls.addClassCleanup(cls.host.close)
         cls.host.start()
+        cls.tls_host = tls_znhost("[Device0]\n")
+        cls.addClassCleanup(cls.tls_host.close)
+        cls.tls_host.start()
         cls.silent_host, hung_host = SilentHost(), SilentHost()
         for host in (cls.silent_host, hung_host):
             cls.addClassCleanup(host.close)
@@ -195,13 +219,16 @@ class RemoteCtrlTest(unittest.TestCase):
                    {"name": FAILING, "properties": {"Timeout": REPLY_BOUND}},
                    {"name": SILENT, "properties": {"Port": cls.silent_host.port, "Timeout": 2 * START_BOUND},
                     "memorized": {"Count": "3"}},
-                   {"name": HUNG, "properties": {"Port": hung_host.port, "Timeout": LINK_TIMEOUT}}]
+                   {"name": HUNG, "properties": {"Port": hung_host.port, "Timeout": LINK_TIMEOUT}},
+                   {"name": SECURE, "properties": dict(TLS_PROPERTIES, Port=cls.tls_host.port, DeviceIndex=0,
+                                                                    Timeout=REPLY_BOUND)}]
         context = MultiDeviceTestContext([{"class": RemoteCtrl, "devices": devices}], db=cls.properties,
                                          host="127.0.0.1", process=True, timeout=START_BOUND)
         Database(cls.properties).put_class_property("RemoteCtrl", {"Port": cls.host.port, "DeviceIndex": 1})
         context.__enter__()
         cls.addClassCleanup(context.__exit__, None, None, None)
-        cls.good, cls.failing, cls.silent, cls.hung = map(context.get_device, (GOOD, FAILING, SILENT, HUNG))
+        cls.good, cls.failing, cls.silent, cls.hung, cls.secure = map(context.get_device,
+                                                                      (GOOD, FAILING, SILENT, HUNG, SECURE))
         cls.device_access = context.get_device_access
 
     def settle(self, device, state):
@@ -230,6 +257,13 @@ class RemoteCtrlTest(unittest.TestCase):
         self.assertTrue(wait_until(lambda: states[-2:] == [DevState.RUNNING, DevState.ON], REPLY_BOUND), states)
         self.assertTrue(os.path.isfile(os.path.join(self.host.data_dir, "run.txt")))
         self.assertEqual((self.good.LastReply, self.good.status()), ("OK", "acquisition ended: OK"))
+
+    def test_a_device_with_tls_properties_reaches_on_and_acquires(self):
+        self.settle(self.secure, DevState.ON)
+        self.secure.write_attributes([("Count", 1), ("ExposureTime", 0.01), ("FileName", "tls.txt")])
+        self.secure.Start()
+        self.assertTrue(wait_until(lambda: self.secure.LastReply == "OK", REPLY_BOUND), self.secure.status())
+        self.assertTrue(os.path.isfile(os.path.join(self.tls_host.data_dir, "tls.txt")))
 
     def test_a_failed_acquisition_faults_and_is_logged_and_a_refusal_warns_in_last_reply(self):
         log = os.path.join(self.host.folder, "failing.log")
