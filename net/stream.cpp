@@ -4,9 +4,25 @@
 
 namespace net {
 
-PlainStream::PlainStream(std::unique_ptr<TCPSocket> socket) : mSocket(std::move(socket)) {}
+SocketStream::SocketStream(std::unique_ptr<TCPSocket> socket) : mSocket(std::move(socket)) {}
 
-PlainStream::~PlainStream() = default;
+SocketStream::~SocketStream() = default;
+
+int SocketStream::shutdownBoth() {
+    return mSocket->shutdownBoth();
+}
+
+std::string SocketStream::getForeignAddress() const {
+    return mSocket->getForeignAddress();
+}
+
+int SocketStream::setNoDelay() {
+    return mSocket->setNoDelay();
+}
+
+int SocketStream::setCork(bool on) {
+    return mSocket->setCork(on);
+}
 
 int PlainStream::getLine(std::string& line, double timeout) {
     return mSocket->getLine(line, timeout);
@@ -38,22 +54,6 @@ const std::string& PlainStream::lastSendError() const {
 
 int PlainStream::sendWithin(const void* buffer, int bufferLen, double timeout) {
     return mSocket->sendWithin(buffer, bufferLen, timeout);
-}
-
-int PlainStream::shutdownBoth() {
-    return mSocket->shutdownBoth();
-}
-
-std::string PlainStream::getForeignAddress() const {
-    return mSocket->getForeignAddress();
-}
-
-int PlainStream::setNoDelay() {
-    return mSocket->setNoDelay();
-}
-
-int PlainStream::setCork(bool on) {
-    return mSocket->setCork(on);
 }
 
 }  // namespace net

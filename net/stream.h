@@ -41,11 +41,25 @@ public:
     virtual int setCork(bool on) = 0;
 };
 
-// A TCP connection as it is.
-class PlainStream : public LineStream {
+// What every stream does on the TCP connection underneath, whatever travels over it.
+class SocketStream : public LineStream {
 public:
-    explicit PlainStream(std::unique_ptr<TCPSocket> socket);
-    ~PlainStream() override;
+    explicit SocketStream(std::unique_ptr<TCPSocket> socket);
+    ~SocketStream() override;
+
+    int shutdownBoth() override;
+    std::string getForeignAddress() const override;
+    int setNoDelay() override;
+    int setCork(bool on) override;
+
+protected:
+    std::unique_ptr<TCPSocket> mSocket;
+};
+
+// A TCP connection as it is.
+class PlainStream : public SocketStream {
+public:
+    using SocketStream::SocketStream;
 
     int getLine(std::string& line, double timeout) override;
     void setMaxLineLength(size_t maxBytes) override;
@@ -55,13 +69,6 @@ public:
     const std::string& lastError() const override;
     const std::string& lastSendError() const override;
     int sendWithin(const void* buffer, int bufferLen, double timeout) override;
-    int shutdownBoth() override;
-    std::string getForeignAddress() const override;
-    int setNoDelay() override;
-    int setCork(bool on) override;
-
-private:
-    std::unique_ptr<TCPSocket> mSocket;
 };
 
 }  // namespace net

@@ -129,7 +129,7 @@ bool isWaiting(int verdict) {
 }  // namespace
 
 TlsStream::TlsStream(const TlsContext& context, std::unique_ptr<TCPSocket> socket)
-    : mSocket(std::move(socket)) {
+    : SocketStream(std::move(socket)) {
     mSsl = newConnection(context, mSocket->getDescriptor(), &mRefusal);
     if (mSsl == nullptr) mLastError = "SSL_new: " + tls_detail::reason();
     if (mSsl != nullptr) SSL_set_accept_state(mSsl);
@@ -137,7 +137,7 @@ TlsStream::TlsStream(const TlsContext& context, std::unique_ptr<TCPSocket> socke
 
 TlsStream::TlsStream(const TlsContext& context, std::unique_ptr<TCPSocket> socket,
                      const std::string& serverName)
-    : mSocket(std::move(socket)), mIsClient(true) {
+    : SocketStream(std::move(socket)), mIsClient(true) {
     mSsl = newConnection(context, mSocket->getDescriptor(), &mRefusal);
     if (mSsl == nullptr) {
         mLastError = "SSL_new: " + tls_detail::reason();
@@ -255,22 +255,6 @@ int TlsStream::sendWithin(const void* buffer, int bufferLen, double timeout) {
         if (waited != 0) return waited;
     }
     return count;
-}
-
-int TlsStream::shutdownBoth() {
-    return mSocket->shutdownBoth();
-}
-
-std::string TlsStream::getForeignAddress() const {
-    return mSocket->getForeignAddress();
-}
-
-int TlsStream::setNoDelay() {
-    return mSocket->setNoDelay();
-}
-
-int TlsStream::setCork(bool on) {
-    return mSocket->setCork(on);
 }
 
 }  // namespace net

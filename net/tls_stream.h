@@ -40,7 +40,7 @@ namespace net {
 
 class TlsContext;
 
-class TlsStream : public LineStream {
+class TlsStream : public SocketStream {
 public:
     // The server's side; `context` (TlsContext::forServer) outlives the stream.
     TlsStream(const TlsContext& context, std::unique_ptr<TCPSocket> socket);
@@ -67,10 +67,6 @@ public:
     bool hasBufferedLine() const override { return mLines.hasBufferedLine(); }
     int readSome(char* area, int size, double timeout) override;
     int sendWithin(const void* buffer, int bufferLen, double timeout) override;
-    int shutdownBoth() override;
-    std::string getForeignAddress() const override;
-    int setNoDelay() override;
-    int setCork(bool on) override;
 
 private:
     // What one OpenSSL call gave: its result, SSL_get_error's verdict, and why it failed.
@@ -87,7 +83,6 @@ private:
     int await(const Outcome& outcome, double timeout, std::string& errors);
     std::string failureReason(int verdict) const;
 
-    std::unique_ptr<TCPSocket> mSocket;
     std::mutex mMutex;       // guards every use of mSsl, and mBroken
     ssl_st* mSsl = nullptr;  // null when OpenSSL could not make one
     bool mBroken = false;    // a fatal error: no close_notify may follow
