@@ -145,6 +145,26 @@ std::string latencies(const Figures& figures, const Server& server) {
     return "p50 " + figureText(figures.p50 * 1e6) + " p99 " + figureText(figures.p99 * 1e6) + " us";
 }
 
+// A figure's scale from seconds and its unit's name.
+struct Unit {
+    double perSecond;
+    const char* name;
+};
+
+// One benchmark over plain TCP, then over TLS with its ratio to plain and its target.
+void compare(const char* benchmark, std::vector<double> (*run)(int, bool), const Server& plain,
+             const Server& tls, Unit unit, Target target) {
+    const Figures plainFigures = measure(run, plain, false);
+    const Figures tlsFigures = measure(run, tls, true);
+    printRow(Row{benchmark, plain.name, plainFigures.p50 * unit.perSecond, unit.name,
+                 latencies(plainFigures, plain)});
+    Row tlsRow{benchmark, tls.name, tlsFigures.p50 * unit.perSecond, unit.name,
+               latencies(tlsFigures, tls)};
+    tlsRow.ratio = tlsFigures.p50 / plainFigures.p50;
+    tlsRow.target = target;
+    printRow(tlsRow);
+}
+
 void run(bool header) {
     testsupport::TempDir dir;
     const std::string plainFolder = dir.file("plain"), tlsFolder = dir.file("tls");
@@ -161,40 +181,10 @@ void run(bool header) {
                                : Server{"TLS 1.3", -1, "cannot create " + dir.path()};
     if (header) printHeader();
 
-    const Figures plainTrip = measure(roundTrips, plain, false);
-    const Figures tlsTrip = measure(roundTrips, tls, true);
-    printRow(Row{"round trip", plain.name, plainTrip.p50 * 1e6, "us", latencies(plainTrip, plain)});
-    Row tripRow{"round trip", tls.name, tlsTrip.p50 * 1e6, "us", latencies(tlsTrip, tls)};
-    tripRow.ratio = tlsTrip.p50 / plainTrip.p50;
-    tripRow.target = ratioAtMost(2.0);
-    printRow(tripRow);
-
-    const Figures plainShake = measure(handshakes, plain, false);
-    const Figures tlsShake = measure(handshakes, tls, true);
-    printRow(
-        Row{"handshake", plain.name, plainShake.p50 * 1e3, "ms", latencies(plainShake, plain)});
-    Row shakeRow{"handshake", tls.name, tlsShake.p50 * 1e3, "ms", latencies(tlsShake, tls)};
-    shakeRow.ratio = tlsShake.p50 / plainShake.p50;
-    shakeRow.target = valueBelow(5.0);
-    printRow(shakeRow);
-
-    const Figures plainSetUp = measure(connections, plain, false);
-    const Figures tlsSetUp = measure(connections, tls, true);
-    printRow(
-        Row{"connection", plain.name, plainSetUp.p50 * 1e3, "ms", latencies(plainSetUp, plain)});
-    Row setUpRow{"connection", tls.name, tlsSetUp.p50 * 1e3, "ms", latencies(tlsSetUp, tls)};
-    setUpRow.ratio = tlsSetUp.p50 / plainSetUp.p50;
-    setUpRow.target = valueBelow(5.0);
-    printRow(setUpRow);
-
-    const Figures plainProcess = measure(rcclientProcesses, plain, false);
-    const Figures tlsProcess = measure(rcclientProcesses, tls, true);
-    printRow(Row{"rcclient process", plain.name, plainProcess.p50 * 1e3, "ms",
-                 latencies(plainProcess, plain)});
-    Row processRow{"rcclient process", tls.name, tlsProcess.p50 * 1e3, "ms",
-                   latencies(tlsProcess, tls)};
-    processRow.ratio = tlsProcess.p50 / plainProcess.p50;
-    printRow(processRow);
+    compare("round trip", roundTrips, plain, tls, Unit{1e6, "us"}, ratioAtMost(2.0));
+    compare("handshake", handshakes, plain, tls, Unit{1e3, "ms"}, valueBelow(5.0));
+    compare("connection", connections, plain, tls, Unit{1e3, "ms"}, valueBelow(5.0));
+    compare("rcclient process", rcclientProcesses, plain, tls, Unit{1e3, "ms"}, Target{});
 
     for (ChildProcess& process : processes)
         stopServer(process);
