@@ -422,14 +422,27 @@ void loadAndUnload(AtClose state) {
 
 // The module exports its entry function and nothing else, so none of its symbols can clash with
 // the host's.
-TEST(ModuleUnload, OnlyTheEntryFunctionIsExported) {
-    FILE* pipe = popen((std::string("nm -D --defined-only ") + PLUGIN_PATH).c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    std::string symbols;
-    for (char name[400]; std::fscanf(pipe, "%*s %*s %399s", name) == 1;)
-        symbols += std::string(name) + " ";
+// The words a shell command prints, in order, each followed by a blank; `format` picks the word
+// out of a line for fscanf.
+std::string wordsPrinted(const std::string& command, const char* format) {
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return "<cannot run " + command + ">";
+    std::string words;
+    for (char word[400]; std::fscanf(pipe, format, word) == 1;)
+        words += std::string(word) + " ";
     pclose(pipe);
-    EXPECT_EQ(symbols, "znGetPlugin ");
+    return words;
+}
+
+// OpenSSL is linked in and hidden, so a host that loads another OpenSSL can neither take the
+// module's calls nor hand its own to the module.
+TEST(ModuleUnload, OnlyTheEntryFunctionIsExportedAndOpenSslIsTheModulesOwn) {
+    const std::string module = PLUGIN_PATH;
+    EXPECT_EQ(wordsPrinted("nm -D --defined-only " + module, "%*s %*s %399s"), "znGetPlugin ");
+    const std::string needed = wordsPrinted("objdump -p " + module + " | grep NEEDED", "%*s %399s");
+    EXPECT_NE(needed.find("libc.so"), std::string::npos) << needed;
+    EXPECT_EQ(needed.find("libssl"), std::string::npos) << needed;
+    EXPECT_EQ(needed.find("libcrypto"), std::string::npos) << needed;
 }
 
 TEST(ModuleUnload, EveryCycleEndsWithTheThreadsItBeganWith) {
