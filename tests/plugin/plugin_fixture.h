@@ -38,7 +38,7 @@ public:
         if (!this->sendLine(protocol::withSyncLine(command, kind))) return "<not sent>";
         std::string replies;
         while (!mPairing.answered(ticket))
-            if (!receive(replies)) return "<no reply>";
+            if (!receiveLine(replies)) return "<no reply>";
         return replies;
     }
     // True while an acquisition this client started has not sent its final line.
@@ -47,7 +47,7 @@ public:
     std::string nextFinal() {
         std::string replies;
         while (mFinals.empty())
-            if (!receive(replies)) return "<no final reply>";
+            if (!receiveLine(replies)) return "<no final reply>";
         const std::string final = mFinals.front();
         mFinals.erase(mFinals.begin());
         return final;
@@ -56,7 +56,7 @@ public:
 private:
     // Reads and routes one line: replies to `replies`, final lines (an earlier client's stray
     // ones too) to mFinals.
-    bool receive(std::string& replies) {
+    bool receiveLine(std::string& replies) {
         std::string line;
         if (!this->readLine(line, kReplyBound)) return false;
         std::vector<protocol::Routed> routed;
