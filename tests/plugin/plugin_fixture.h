@@ -43,6 +43,8 @@ public:
     }
     // True while an acquisition this client started has not sent its final line.
     bool acquisitionPending() const { return mPairing.acquisitionPending(); }
+    // True while nextFinal has a final line to give: one that came already, or one still to come.
+    bool finalOwed() const { return acquisitionPending() || !mFinals.empty(); }
     // The oldest final line of this client's acquisitions, waiting for one when none has come.
     std::string nextFinal() {
         std::string replies;

@@ -102,8 +102,9 @@ std::vector<std::string> serveEveryCaseLine(int port) {
         const std::string where = "lines.cases:" + std::to_string(row.lineNumber) + " ";
         if (row.items.at(1).word != "session-end") {
             outcomes.push_back(where + client.exchange(line));
-            // The next line meets an idle plug-in, whatever the timing.
-            if (client.acquisitionPending()) outcomes.back() += " then " + client.nextFinal();
+            // The next line meets an idle plug-in, whatever the timing: the final line may come
+            // before the command's own replies are complete, or after.
+            if (client.finalOwed()) outcomes.back() += " then " + client.nextFinal();
             continue;
         }
         const bool closed = client.sendLine(line) && client.waitForClose(kReplyBound);
