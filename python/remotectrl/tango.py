@@ -38,11 +38,10 @@ Settled points:
 - Count, ExposureTime, FileName and Threshold start at 1, 1 s, "" (no file) and 0, keep their
   values across Init, and are memorized where there is a database.
 
-Threads: a command waits for the host with the device's Tango monitor released, so that State,
-Status and attribute reads never wait on the network. The link's thread and Tango's request
-threads both change the state: ``_lock`` orders the changes; events are pushed after it is let
-go, since pushing takes the Tango monitor, which a request thread may hold while it waits for
-``_lock``.
+Threads: the server runs without Tango's per-device monitor (serial model NO_SYNC), so a command
+that waits for its host never keeps State, Status or attribute reads waiting. The link's thread and
+Tango's request threads both change the state: ``_lock`` orders the changes; events are pushed
+after it is let go, so that no thread holds ``_lock`` while Tango's event machinery runs.
 """
 
 from __future__ import annotations
@@ -51,7 +50,7 @@ import threading
 import time
 from typing import Any, Callable, Dict, Optional, Sequence, Tuple, TypeVar
 
-from tango import AttrQuality, AutoTangoAllowThreads, Database, DevState, Except, LatestDeviceImpl, Util
+from tango import AttrQuality, Database, DevState, Except, LatestDeviceImpl, SerialModel, Util
 from tango.server import Device, attribute, command, device_property
 
 from . import _hostlink, _server, _tango_properties, _wire
@@ -186,6 +185,11 @@ class RemoteCtrl(Device):
     def init_device(self) -> None:
         # Not Device.init_device(): PyTango's conversion of the properties raises a traceback at a
         # value that does not parse; _tango_properties says which property holds what.
+        # No Tango monitor: a command that waits for its host must not keep State reads waiting,
+        # and a monitor released and taken again around that wait (AutoTangoAllowThreads) can
+        # deadlock against a State read that holds it and waits for the interpreter lock. _lock
+        # orders what the device changes; the link's thread orders what goes to the host.
+        Util.instance().set_serial_model(SerialModel.NO_SYNC)
         self.set_change_event("State", True, False)
         self.set_change_event("LastReply", True, False)
         try:
@@ -347,14 +351,13 @@ class RemoteCtrl(Device):
         return self._use(lambda link: link.call(timeout, action))
 
     def _use(self, action: Callable[[_hostlink.HostLink], T]) -> T:
-        """Runs action(link) with the Tango monitor released; a failure raises DevFailed."""
+        """Runs action(link); a failure raises DevFailed."""
         link = self._link
         if link is None:
             _fail("RemoteCtrl_NotConfigured", self._status)
         assert link is not None
         try:
-            with AutoTangoAllowThreads(self):
-                return action(link)
+            return action(link)
         except Exception as error:
             named = failure(error)
             if named is None:
