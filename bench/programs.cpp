@@ -128,21 +128,21 @@ void Worker::stop() {
     if (!mProcess.waitForExit(kWorkerExitTimeout)) mProcess.kill();
 }
 
-Run runOneShots(const OneShots& spec) {
-    const std::vector<char*> argv = argumentPointers(spec.argv);
+Run runOneShots(const OneShots& plan) {
+    const std::vector<char*> argv = argumentPointers(plan.argv);
     Run run;
     double measuredStart = monotonicSeconds();
-    for (int i = 0; i < spec.warmUp + spec.measured; ++i) {
-        if (i == spec.warmUp) measuredStart = monotonicSeconds();
+    for (int i = 0; i < plan.warmUp + plan.measured; ++i) {
+        if (i == plan.warmUp) measuredStart = monotonicSeconds();
         const double started = monotonicSeconds();
         const pid_t pid = spawnQuiet(argv);
         const std::string failure =
-            pid < 0 ? "cannot start " + spec.argv[0] : reap(pid, spec.timeoutSeconds);
-        if (!failure.empty()) return Run::failed(spec.argv[0] + ": " + failure);
-        if (i < spec.warmUp) continue;
+            pid < 0 ? "cannot start " + plan.argv[0] : reap(pid, plan.timeoutSeconds);
+        if (!failure.empty()) return Run::failed(plan.argv[0] + ": " + failure);
+        if (i < plan.warmUp) continue;
         const double ended = monotonicSeconds();
         run.latencies.push_back(ended - started);
-        if (ended - measuredStart > spec.budgetSeconds) break;
+        if (ended - measuredStart > plan.budgetSeconds) break;
     }
     run.perSecond =
         static_cast<double>(run.latencies.size()) / (monotonicSeconds() - measuredStart);

@@ -50,6 +50,6 @@ struct OneShots {
 };
 
 // Runs the program warmUp + measured times, one after another; every run must exit with 0.
-Run runOneShots(const OneShots& spec);
+Run runOneShots(const OneShots& plan);
 
 }  // namespace bench

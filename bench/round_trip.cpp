@@ -37,26 +37,26 @@ int connectWhenListening(int port) {
     }
 }
 
-Run exchange(int port, const Exchange& spec) {
+Run exchange(int port, const Exchange& plan) {
     const int fd = connectWhenListening(port);
     if (fd < 0) return Run::failed("cannot connect: " + std::string(std::strerror(errno)));
     Run run;
     LineReader reader(fd);
-    const size_t length = std::strlen(spec.request);
+    const size_t length = std::strlen(plan.request);
     std::string replies;
-    run.latencies.reserve(static_cast<size_t>(spec.measured));
+    run.latencies.reserve(static_cast<size_t>(plan.measured));
     double measuredStart = monotonicSeconds();
-    for (int i = 0; i < spec.warmUp + spec.measured && run.failure.empty(); ++i) {
-        if (i == spec.warmUp) measuredStart = monotonicSeconds();
+    for (int i = 0; i < plan.warmUp + plan.measured && run.failure.empty(); ++i) {
+        if (i == plan.warmUp) measuredStart = monotonicSeconds();
         const double sent = monotonicSeconds();
-        if (!sendAll(fd, spec.request, length) || !readReplies(reader, spec.replyLines, replies)) {
+        if (!sendAll(fd, plan.request, length) || !readReplies(reader, plan.replyLines, replies)) {
             run.failure = "no reply (time-out or closed)";
-        } else if (!spec.expected(replies)) {
+        } else if (!plan.expected(replies)) {
             run.failure = "unexpected reply \"" + replies + "\"";
-        } else if (i >= spec.warmUp) {
+        } else if (i >= plan.warmUp) {
             const double received = monotonicSeconds();
             run.latencies.push_back(received - sent);
-            if (received - measuredStart > spec.budgetSeconds) break;
+            if (received - measuredStart > plan.budgetSeconds) break;
         }
     }
     if (run.failure.empty())

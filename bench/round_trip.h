@@ -39,6 +39,6 @@ struct Exchange {
 int connectWhenListening(int port);
 
 // One connection, `warmUp` + `measured` exchanges, one latency per measured exchange.
-Run exchange(int port, const Exchange& spec);
+Run exchange(int port, const Exchange& plan);
 
 }  // namespace bench

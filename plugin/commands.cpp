@@ -28,7 +28,7 @@ void Commands::processCommandString(SessionId session, std::string_view trimmedL
 }
 
 void Commands::processCommand(const std::string& name, const Arguments& args) {
-    const protocol::CommandSpec& command = protocol::findCommand(name);
+    const protocol::CommandRule& command = protocol::findCommand(name);
     const bool acquiring = mAcquisition.running();
     if (command.command == protocol::Command::Unknown) {
         if (!acquiring) reply(protocol::kErrorUnknownCommand);

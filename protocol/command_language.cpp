@@ -13,7 +13,7 @@ constexpr std::string_view kArgumentDelimiter = ",";
 constexpr std::string_view kLineEndBlanks = " \r\n";
 
 // STOP ignores its arguments; every other command answers a wrong count before it looks at them.
-constexpr CommandSpec kCommands[] = {
+constexpr CommandRule kCommands[] = {
     {Command::Start, "START", 5, kErrorStartArgumentCount},
     {Command::Stop, "STOP", kAnyArgumentCount, nullptr},
     {Command::GuiStart, "GUI_START", 1, kErrorOneArgument},
@@ -22,7 +22,7 @@ constexpr CommandSpec kCommands[] = {
     {Command::GuiStop, "GUI_STOP", 1, kErrorOneArgument},
 };
 
-constexpr CommandSpec kUnknownCommand = {Command::Unknown, "", kAnyArgumentCount, nullptr};
+constexpr CommandRule kUnknownCommand = {Command::Unknown, "", kAnyArgumentCount, nullptr};
 
 std::string_view withoutLeadingBlanks(std::string_view text) {
     const std::string_view::size_type begin = text.find_first_not_of(' ');
@@ -152,8 +152,8 @@ ParsedLine classifyLine(std::string_view line) {
     return parseCommandString(trimmed);
 }
 
-const CommandSpec& findCommand(std::string_view name) {
-    for (const CommandSpec& known : kCommands)
+const CommandRule& findCommand(std::string_view name) {
+    for (const CommandRule& known : kCommands)
         if (equalsUpperCased(name, known.upperName)) return known;
     return kUnknownCommand;
 }
@@ -162,7 +162,7 @@ Command matchCommand(std::string_view name) {
     return findCommand(name).command;
 }
 
-bool CommandSpec::acceptsArgumentCount(size_t count) const {
+bool CommandRule::acceptsArgumentCount(size_t count) const {
     return argumentCount == kAnyArgumentCount || count == static_cast<size_t>(argumentCount);
 }
 

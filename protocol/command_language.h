@@ -63,7 +63,7 @@ ParsedLine classifyLine(std::string_view line);
 // One row of the command table: the name in upper case, how many arguments the command takes and
 // the reply to another count. A row's argumentCount is kAnyArgumentCount when any count will do.
 constexpr int kAnyArgumentCount = -1;
-struct CommandSpec {
+struct CommandRule {
     Command command;
     std::string_view upperName;
     int argumentCount;
@@ -72,7 +72,7 @@ struct CommandSpec {
 };
 
 // The row whose name matches without regard to case; Command::Unknown's row for any other name.
-const CommandSpec& findCommand(std::string_view name);
+const CommandRule& findCommand(std::string_view name);
 Command matchCommand(std::string_view name);
 
 }  // namespace protocol

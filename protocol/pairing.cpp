@@ -10,7 +10,7 @@ PairingKind pairingKind(std::string_view line) {
     if (parsed.kind == LineKind::SessionEnd) return PairingKind::SessionEnd;
     if (parsed.kind != LineKind::Command) return PairingKind::Other;
     // A GUI_SETFILE with the wrong count is answered with the sync text itself.
-    const CommandSpec& command = findCommand(parsed.name);
+    const CommandRule& command = findCommand(parsed.name);
     if (command.command == Command::GuiSetFile && !command.acceptsArgumentCount(parsed.args.size()))
         return PairingKind::SelfSync;
     return command.command == Command::Start ? PairingKind::Start : PairingKind::Other;
